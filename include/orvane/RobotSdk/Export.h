@@ -1,0 +1,3 @@
+#pragma once
+
+#define ORVANE_API __attribute__((visibility("default")))

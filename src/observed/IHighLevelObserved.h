@@ -1,0 +1,67 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "orvane/RobotSdk/Records.h"
+#include "pbase/CMutex.h"
+#include "pbase/CThread.h"
+
+namespace orvane::RobotSdk {
+
+/// Takes observed records from a source; called on the source's threads with no lock held.
+class IObservedSink {
+ public:
+  virtual void deliverMotionObserved(const ObservedMotionRecord& record) = 0;
+  virtual void deliverSensorObserved(const ObservedSensorRecord& record) = 0;
+
+ protected:
+  ~IObservedSink() = default;
+};
+
+/// Base of the observed-state sources.
+///
+/// Threading contract: start and stop are called by the owner's worker; the getters and
+/// setObservedEnable from any thread; records arrive on the source's own threads. `mutex` is a leaf
+/// lock: nothing else is locked and nothing is called under it.
+class IHighLevelObserved {
+ public:
+  /// Opens what the source needs and starts its thread. True when running (also when it already was).
+  virtual bool start() = 0;
+  /// Stops the thread and releases the readers; no delivery begins after it returns. Nothing happens
+  /// when not started.
+  virtual void stop() = 0;
+  virtual ~IHighLevelObserved() = default;
+
+  /// Switches the two streams by "motionEnable" and "sensorEnable" (absent: false). A stream whose
+  /// switch changes forgets when it last received.
+  void setObservedEnable(const Json::Value& params);
+
+  /// Copies the newest record's power block / sensor record when it was stored at most `maxAgeUs`
+  /// microseconds ago. False, with `out` untouched, otherwise.
+  [[nodiscard]] bool copyPower(ObservedPower& out, std::uint64_t maxAgeUs);
+  [[nodiscard]] bool copySensor(ObservedSensorRecord& out, std::uint64_t maxAgeUs);
+
+ protected:
+  explicit IHighLevelObserved(std::weak_ptr<IObservedSink> owner);
+
+  bool started = false;                        // under mutex
+  std::atomic<bool> motionEnabled{false};      // changed under mutex, read anywhere
+  std::atomic<bool> sensorEnabled{false};      // changed under mutex, read anywhere
+  std::atomic<std::uint64_t> lastMotionUs{0};  // 0: nothing stored since the switch changed
+  std::atomic<std::uint64_t> lastSensorUs{0};  // 0: nothing stored since the switch changed
+  std::unique_ptr<Pexal::PBase::CThread> thread;
+  Pexal::PBase::CMutex mutex;  // guards started, the readers and the two records
+  ObservedSensorRecord latestSensor{};
+  ObservedMotionRecord latestMotion{};
+  std::weak_ptr<IObservedSink> client;
+};
+
+/// The source for an external host: two DDS topics.
+[[nodiscard]] std::shared_ptr<IHighLevelObserved> makeRemoteObserved(
+    std::weak_ptr<IObservedSink> owner);
+
+}  // namespace orvane::RobotSdk
