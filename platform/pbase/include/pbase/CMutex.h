@@ -26,8 +26,8 @@ class PEXAL_API CMutex {
   std::mutex native_;
 };
 
-/// A condition variable on the platform's clock (monotonic, or the VirtualClock in tests). Every wait
-/// has a predicate and a deadline.
+/// A condition variable on the platform's clock (monotonic, or the VirtualClock in tests). Every
+/// wait has a predicate and a deadline.
 class PEXAL_API CCondition {
  public:
   CCondition();
@@ -35,8 +35,9 @@ class PEXAL_API CCondition {
   CCondition(const CCondition&) = delete;
   CCondition& operator=(const CCondition&) = delete;
 
-  /// Waits until `ready()` holds or CTime::getCurrentMicroSecond() reaches `deadlineUs`. The lock is
-  /// held while `ready` runs and on return. Returns the last value of `ready()`.
+  /// Waits until `ready()` holds or CTime::getCurrentMicroSecond() reaches `deadlineUs` (from half
+  /// of the type's range on: never). The lock is held while `ready` runs and on return. Returns the
+  /// last value of `ready()`.
   bool waitUntil(std::unique_lock<CMutex>& lock, std::uint64_t deadlineUs,
                  const std::function<bool()>& ready);
   void notifyOne() noexcept;

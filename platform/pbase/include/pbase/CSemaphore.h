@@ -16,7 +16,8 @@ class PEXAL_API CSemaphore {
 
   /// Adds one and wakes one waiter. Never blocks.
   void post();
-  /// Takes one, waiting at most `timeoutMs` milliseconds. False: the time ran out, nothing taken.
+  /// Takes one, waiting at most `timeoutMs` milliseconds (0: doesn't wait). False: the time ran
+  /// out, nothing taken.
   [[nodiscard]] bool wait(std::uint32_t timeoutMs);
   /// Sets the count to zero.
   void clear();

@@ -13,7 +13,8 @@ namespace Pexal::PBase {
 PEXAL_API void setLastErrno(std::uint32_t code) noexcept;
 
 /// The environment variable's value, or `fallback` when it is unset or empty.
-[[nodiscard]] PEXAL_API std::string getEnvVariable(const char* name, const std::string& fallback = {});
+[[nodiscard]] PEXAL_API std::string getEnvVariable(const char* name,
+                                                   const std::string& fallback = {});
 
 class PEXAL_API File {
  public:

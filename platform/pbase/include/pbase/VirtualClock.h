@@ -11,18 +11,38 @@ namespace Pexal::PBase {
 ///
 /// Time stands still while any participating thread runs. Participants are the thread that made the
 /// clock and every CThread started meanwhile. When all of them are blocked in a wait of pbase
-/// (CThread::sleep, CSemaphore::wait, CCondition::waitUntil), time jumps to the earliest deadline and
-/// that one waiter runs until it blocks again. Among equal deadlines the earlier wait goes first and
-/// the clock's maker last. So `clock.advance(3000)` on the test's thread lets everything that is due
-/// within 3 s happen, in order, and returns when all of it is done.
+/// (CThread::sleep, CSemaphore::wait, CCondition::waitUntil), time jumps to the earliest deadline
+/// and that one waiter runs until it blocks again. Among equal deadlines the wait that began before
+/// an earlier jump goes first, waits that began side by side go in the order in which their threads
+/// were started, and the clock's maker goes last. So `clock.advance(3000)` on the test's thread
+/// lets everything that is due within 3 s happen, in order, and returns when all of it is done, and
+/// `clock.advance(0)` returns when every other thread has done what it has to do now.
 ///
-/// Make it before the threads and objects under test, on the test's thread; at most one at a time.
+/// A notified waiter counts as running from the notification on. A thread that ends takes part no
+/// longer; one that waits for another's end (the destructor of CThread) counts as blocked. A thread
+/// that waits for a mutex, or anywhere outside pbase without an ExternalWait, counts as running: a
+/// participant that sleeps while it holds a mutex which another one wants stops time for good.
+///
+/// Other threads read this clock, notify and wait by it as well, but time doesn't stand still for
+/// them: only from their being woken until their wait returns.
+///
+/// Make it before the threads and objects under test, on the test's thread, and destroy it there
+/// after them; at most one at a time. Threads that are still there when it is destroyed go on by
+/// real time (which then continues from the simulated time, so that their deadlines keep their
+/// meaning); else CTime returns to CLOCK_MONOTONIC.
 class PEXAL_API VirtualClock {
  public:
   /// Far above zero: at zero a time stamp of 0 ("never") would read as fresh.
   static constexpr std::uint64_t kDefaultStartUs = 1'000'000'000'000;
 
-  explicit VirtualClock(std::uint64_t startUs = kDefaultStartUs);
+  /// When its maker waits and time hasn't moved for this long of real time, the process is aborted
+  /// with a list of the threads and what each is doing.
+  static constexpr std::uint32_t kDefaultWatchdogMs = 30'000;
+
+  /// `startUs`: what the clock reads first, above 0. Throws std::logic_error when there is one
+  /// already.
+  explicit VirtualClock(std::uint64_t startUs = kDefaultStartUs,
+                        std::uint32_t watchdogMs = kDefaultWatchdogMs);
   ~VirtualClock();
   VirtualClock(const VirtualClock&) = delete;
   VirtualClock& operator=(const VirtualClock&) = delete;
