@@ -3,8 +3,8 @@
 namespace orvane::RobotSdk {
 
 /// Marks the calling thread as inside an application callback while it lives. Every call of an
-/// application callback (connect, event, observed, discover) is made inside one, so that an operation
-/// called from the callback knows that it must not wait for SDK threads.
+/// application callback (connect, event, observed, discover) is made inside one, so that an
+/// operation called from the callback knows that it must not wait for SDK threads.
 class CallbackScope {
  public:
   CallbackScope() noexcept { ++depth(); }

@@ -4,9 +4,10 @@
 
 #include "pbase/ILogger.h"
 
-/// One line of the SDK's log. `unit` is the source unit's name; `text` is a literal that goes on where
+/// One line of the SDK's log. `unit` is the source unit's name; `text` is a literal that goes on
+/// where
 /// "[unit:line]" ends (some lines start with a blank).
-#define MOTION_LOG(unit, level, text, ...)                                                \
+#define MOTION_LOG(unit, level, text, ...)                                             \
   ::Pexal::ILogger::instance()->log((level), "MotionSdk", "[%s:%d]" text "\n", (unit), \
                                     __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 

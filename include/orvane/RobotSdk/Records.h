@@ -4,9 +4,14 @@
 #include <cstdint>
 #include <type_traits>
 
-/// The plain records that cross the public boundary. Little-endian; their sizes and offsets are part
-/// of the library's binary interface. Units and value ranges are those that the robot's boards
-/// publish; the library copies the values unchanged.
+/// The plain records that cross the public boundary. Little-endian; their sizes and offsets are
+/// part of the library's binary interface.
+///
+/// Figures: the library copies what the robot's boards publish, without conversion, so units,
+/// frames and ranges are the robot's. Those given here are the virtual robot's. Its frames: the
+/// body frame is fixed to the trunk, x forward, y to the left, z up; the world frame has its origin
+/// and its x axis where the body was when the odometry began, z up. Joints turn positive about y
+/// (thigh, calf) and x (hip). Flags named `error` are 0 when the value can be trusted.
 namespace orvane::RobotSdk {
 
 /// Most motors a record can hold.
@@ -14,29 +19,30 @@ inline constexpr std::uint32_t kMaxMotors = 16;
 
 /// One entry of a MotorLayout.
 struct MotorLayoutEntry {
-  std::uint16_t limbNo;   ///< limb number
-  std::uint16_t jointNo;  ///< joint number within the limb
-  char name[28];          ///< joint name, always NUL-terminated
+  std::uint16_t limbNo;   ///< limb number; 0 when the robot gave none
+  std::uint16_t jointNo;  ///< joint number within the limb; 0 when the robot gave none
+  char name[28];  ///< joint name, at most 27 bytes, always NUL-terminated; empty when there is none
 };
 
-/// Which motors the robot has.
+/// Which motors the robot has, in the order of its observed records. 516 bytes.
 struct MotorLayout {
-  std::uint32_t motorNum;  ///< number of valid entries, 0 to 16
+  std::uint32_t motorNum;               ///< number of valid entries, 0 to 16
   MotorLayoutEntry motors[kMaxMotors];  ///< entries from motorNum on are all zero
 };
 
-/// One motor's low-level command.
+/// One motor's low-level command. The motor's torque is torque + kpGain * (position - measured
+/// position) + kdGain * (velocity - measured velocity).
 struct LowLevelMotor {
-  float position;  ///< position command
-  float velocity;  ///< velocity command
-  float kpGain;    ///< proportional (position) gain
-  float kdGain;    ///< derivative (velocity) gain
-  float torque;    ///< torque command, or the limit for publishMaxTorque
+  float position;         ///< position command, rad
+  float velocity;         ///< velocity command, rad/s
+  float kpGain;           ///< proportional (position) gain, N m/rad
+  float kdGain;           ///< derivative (velocity) gain, N m s/rad
+  float torque;           ///< torque command, or the limit for publishMaxTorque, N m
   std::uint16_t limbsNo;  ///< limb number of the motor
   std::uint16_t jointNo;  ///< joint number of the motor
 };
 
-/// The argument of publishMotorAction and publishMaxTorque.
+/// The argument of publishMotorAction and publishMaxTorque. 388 bytes.
 struct LowLevelMotorRecord {
   std::uint32_t motorNum;  ///< number of valid entries, 1 to 16
   LowLevelMotor motor[kMaxMotors];
@@ -47,6 +53,8 @@ struct LowLevelTrailer {
   std::uint8_t bytes[48];
 };
 
+// The observed motion record and its parts are byte-packed: take members by value, not by
+// reference.
 #pragma pack(push, 1)
 
 struct ObservedVector3 {
@@ -64,45 +72,48 @@ struct ObservedQuaternion {
   float z;
 };
 
+/// The inertial unit, in the body frame.
 struct ObservedImu {
-  float temp;
-  ObservedVector3 accel;
-  ObservedVector3 gyro;
-  ObservedVector3 mag;
-  ObservedVector3 euler;
-  ObservedQuaternion quaternion;
+  float temp;                     ///< degrees Celsius
+  ObservedVector3 accel;          ///< specific force, m/s^2 (at rest: +9.81 on z)
+  ObservedVector3 gyro;           ///< angular velocity, rad/s
+  ObservedVector3 mag;            ///< magnetic field, microtesla
+  ObservedVector3 euler;          ///< roll (x), pitch (y), yaw (z), rad; yaw in (-pi, pi]
+  ObservedQuaternion quaternion;  ///< rotation from body to world, of norm 1
 };
 
+/// The battery.
 struct ObservedPower {
-  float power;
-  float health;
-  float temper;
-  float chargeCurrent;
-  float chargeVoltage;
+  float power;          ///< charge, percent
+  float health;         ///< percent
+  float temper;         ///< temperature, degrees Celsius
+  float chargeCurrent;  ///< A, negative while discharging
+  float chargeVoltage;  ///< V
 };
 
+/// One motor as it is.
 struct ObservedMotor {
-  std::uint8_t enable;
-  std::uint8_t online;
-  std::uint8_t error;
-  float position;
-  float velocity;
-  float torque;
-  float temp;
-  float voltage;
-  float lossRate;
-  float maxTorque;
-  std::uint16_t limbsNo;
-  std::uint16_t jointNo;
+  std::uint8_t enable;    ///< 1: the motor is driven
+  std::uint8_t online;    ///< 1: the motor answers
+  std::uint8_t error;     ///< the motor's own error number, 0: none
+  float position;         ///< rad
+  float velocity;         ///< rad/s
+  float torque;           ///< N m
+  float temp;             ///< degrees Celsius
+  float voltage;          ///< V
+  float lossRate;         ///< share of lost messages to the motor, 0 to 1
+  float maxTorque;        ///< N m
+  std::uint16_t limbsNo;  ///< limb: 0 front left, 1 front right, 2 rear left, 3 rear right
+  std::uint16_t jointNo;  ///< joint: 0 hip, 1 thigh, 2 calf
 };
 
-/// Observed motion: joints, inertial unit, power. 712 bytes, byte-packed: take members by value, not
-/// by reference.
+/// Observed motion: joints, inertial unit, power. 712 bytes.
 struct ObservedMotionRecord {
   std::uint8_t reserved0;  ///< 0
   std::uint8_t valid;      ///< 1 in every record that the library hands out
   std::uint8_t reserved2;  ///< 0
-  std::int32_t motorNum;   ///< as the robot sent it; motor[] holds at most 16 of them
+  /// As the robot sent it, so it can be anything; motor[] holds at most 16 of them.
+  std::int32_t motorNum;
   ObservedImu imu;
   std::uint8_t reserved80[52];  ///< 0 in records of the high-level client
   ObservedPower power;
@@ -111,17 +122,19 @@ struct ObservedMotionRecord {
 
 #pragma pack(pop)
 
+/// Satellite positioning; the virtual robot has none (`valid` 0).
 struct ObservedGps {
-  std::uint32_t valid;
-  float speed;
+  std::uint32_t valid;  ///< 0: none of the other fields means anything
+  float speed;          ///< as the receiver gives it
   std::int32_t level;
   std::int32_t rssi;
-  float lat;
-  float lng;
+  float lat;  ///< latitude
+  float lng;  ///< longitude
 };
 
+/// Bearing of a paired radio beacon; the virtual robot has none (`valid` 0).
 struct ObservedUwb {
-  std::uint8_t valid;
+  std::uint8_t valid;  ///< 0: none of the other fields means anything
   std::uint8_t pairState;
   std::int16_t rssi;
   std::uint16_t pitch;
@@ -129,14 +142,15 @@ struct ObservedUwb {
   std::uint32_t distance;
 };
 
+/// Where the body is, by its own reckoning, in the world frame.
 struct ObservedOdometry {
-  std::uint8_t valid;
+  std::uint8_t valid;  ///< 0: none of the other fields means anything
   std::uint8_t padding[3];
-  float position[3];
-  float velocity[3];
-  float yaw;
-  float yawSpeed;
-  std::uint32_t epoch;
+  float position[3];    ///< m
+  float velocity[3];    ///< m/s
+  float yaw;            ///< rad, in (-pi, pi]
+  float yawSpeed;       ///< rad/s
+  std::uint32_t epoch;  ///< changes whenever the origin does
 };
 
 /// Observed sensors: GPS, UWB beacon, odometry. 76 bytes.
