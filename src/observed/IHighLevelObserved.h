@@ -29,10 +29,11 @@ class IObservedSink {
 /// lock: nothing else is locked and nothing is called under it.
 class IHighLevelObserved {
  public:
-  /// Opens what the source needs and starts its thread. True when running (also when it already was).
+  /// Opens what the source needs and starts its thread. True when running (also when it already
+  /// was).
   virtual bool start() = 0;
-  /// Stops the thread and releases the readers; no delivery begins after it returns. Nothing happens
-  /// when not started.
+  /// Stops the thread and releases the readers; no delivery begins after it returns. Nothing
+  /// happens when not started.
   virtual void stop() = 0;
   virtual ~IHighLevelObserved() = default;
 

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "msg/MotionTypes.h"
+#include "orvane/RobotSdk/Records.h"
+
+namespace orvane::RobotSdk {
+
+/// The public records of received samples. Every byte that the sample doesn't fill is zero, padding
+/// included; the samples' time stamps have no place in the records. Neither function allocates or
+/// locks.
+
+/// `motorNum` is passed on as sent; the motor entries copied are as many, but at least 0 and at
+/// most 16. Limb and joint numbers are cut to 16 bits.
+[[nodiscard]] ObservedMotionRecord toMotionRecord(const msg::dds_::MotionObserved_& sample);
+[[nodiscard]] ObservedSensorRecord toSensorRecord(const msg::dds_::SensorObserved_& sample);
+
+}  // namespace orvane::RobotSdk
