@@ -11,6 +11,7 @@ namespace orvane::RobotSdk {
 /// the last reference disconnects the client; the client itself lives on until its own threads have
 /// let go of it.
 [[nodiscard]] std::shared_ptr<IMotionHighLevelClient> makeBoardHighLevelClient(bool asMaster);
-[[nodiscard]] std::shared_ptr<IMotionHighLevelClient> makeRemoteHighLevelClient(std::string deviceId);
+[[nodiscard]] std::shared_ptr<IMotionHighLevelClient> makeRemoteHighLevelClient(
+    std::string deviceId);
 
 }  // namespace orvane::RobotSdk

@@ -1,0 +1,54 @@
+#include "highlevel/RpcEnvelope.h"
+
+#include "highlevel/ErrorCode.h"
+#include "pbase/System.h"
+#include "service/Log.h"
+
+namespace orvane::RobotSdk {
+
+Json::Value makeRpcRequest(const std::string& clientId, const Json::Value& params) {
+  Json::Value request(Json::objectValue);
+  request["call"]["clientId"] = clientId;
+  if (!params.empty()) request["params"] = params;
+  return request;
+}
+
+bool readRpcReply(const Json::Value& reply, Json::Value& output) {
+  output = Json::Value();
+  if (!reply.isObject()) return false;
+  if (reply.isMember("params")) output = reply["params"];
+  // Texts and containers have no truth value: asking the library for one would throw.
+  const Json::Value& result = reply["result"];
+  return result.isConvertibleTo(Json::booleanValue) && result.asBool();
+}
+
+std::uint32_t callServer(const RpcVoice& voice, const RpcRoute& route, const std::string& method,
+                         const std::string& clientId, const Json::Value& params,
+                         Json::Value& output, std::uint32_t timeoutMs) {
+  if (route.client == nullptr) return error::kNoEndpoint;
+  Json::Value reply;
+  const std::uint32_t status = route.client->call(
+      route.service, method, makeRpcRequest(clientId, params), reply, timeoutMs, route.deviceId);
+  if (status != 0) {
+    MOTION_LOG(voice.unit, level::kError, "%s rpc %s::%s failed: %s", voice.words,
+               route.service.c_str(), method.c_str(), Pexal::PDBus::RPCServer::dumpCode(status));
+    return error::kTransport;
+  }
+  if (readRpcReply(reply, output)) return error::kNone;
+  MOTION_LOG(voice.unit, level::kError, "%s rpc %s::%s rejected, errno=0x%x", voice.words,
+             route.service.c_str(), method.c_str(), Pexal::PBase::getLastErrno());
+  return error::kRefused;
+}
+
+std::uint32_t sendToServer(const RpcVoice& voice, const RpcRoute& route, const std::string& method,
+                           const std::string& clientId, const Json::Value& params) {
+  if (route.client == nullptr) return error::kNoEndpoint;
+  const std::uint32_t status = route.client->sendAction(
+      route.service, method, makeRpcRequest(clientId, params), route.deviceId);
+  if (status == 0) return error::kNone;
+  MOTION_LOG(voice.unit, level::kError, "%s sendAction %s::%s failed: %s", voice.words,
+             route.service.c_str(), method.c_str(), Pexal::PDBus::RPCServer::dumpCode(status));
+  return error::kTransport;
+}
+
+}  // namespace orvane::RobotSdk
