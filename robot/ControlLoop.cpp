@@ -1,0 +1,52 @@
+#include "ControlLoop.h"
+
+#include <mutex>
+
+#include "pbase/CTime.h"
+
+namespace orvane::robot {
+namespace {
+
+using Pexal::PBase::CThread;
+using Pexal::PBase::CTime;
+
+constexpr double kStepSeconds = ControlLoop::kPeriodUs / 1e6;
+constexpr std::uint64_t kMostCaughtUpUs = 50'000;
+
+}  // namespace
+
+ControlLoop::ControlLoop(RobotCore& core, ObservedPublisher& publisher)
+    : core_(core), publisher_(publisher), thread_("robot:loop", 0, 0, 0, [this] { run(); }) {}
+
+void ControlLoop::stop() {
+  {
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  stopAsked_.notifyAll();
+  while (!thread_.isThreadOver()) CThread::sleep(1);
+}
+
+void ControlLoop::run() {
+  std::uint64_t deadlineUs = CTime::getCurrentMicroSecond();
+  BodyState seen;
+  for (std::uint32_t count = 0;; ++count) {
+    {
+      RobotCore::Access robot = core_.access();
+      robot.step(kStepSeconds);
+      seen = robot.body();
+    }
+    publisher_.publish(seen, count % kStepsPerSensorSample == 0);
+    deadlineUs += kPeriodUs;
+    const std::uint64_t nowUs = CTime::getCurrentMicroSecond();
+    if (nowUs > deadlineUs + kMostCaughtUpUs) deadlineUs = nowUs;
+    if (waitUntil(deadlineUs)) return;
+  }
+}
+
+bool ControlLoop::waitUntil(std::uint64_t deadlineUs) {
+  std::unique_lock lock(mutex_);
+  return stopAsked_.waitUntil(lock, deadlineUs, [this] { return stopping_; });
+}
+
+}  // namespace orvane::robot

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+
+#include "RobotCore.h"
+#include "pbase/CMutex.h"
+#include "pbase/CThread.h"
+#include "publish/ObservedPublisher.h"
+
+namespace orvane::robot {
+
+/// The robot's heartbeat: 500 times a second it lets 2 ms pass for motion controller and body and
+/// publishes what can be seen. Paced by absolute deadlines, so that it doesn't drift; a short delay
+/// is caught up with, after a long one (the process was stopped) the time is left out.
+///
+/// Threading contract: start and stop on the owner's thread. The thread "robot:loop" takes the
+/// robot mutex for each step and publishes without it. mutex_ guards stopping_ and is taken with no
+/// other.
+class ControlLoop {
+ public:
+  static constexpr std::uint64_t kPeriodUs = 2000;
+  static constexpr std::uint32_t kStepsPerSensorSample = 10;  // 50 Hz
+
+  /// Both must outlive the loop.
+  ControlLoop(RobotCore& core, ObservedPublisher& publisher);
+  ~ControlLoop() { stop(); }
+
+  /// False: no thread could be had.
+  [[nodiscard]] bool start() { return thread_.createThread(); }
+  /// Returns when the loop has ended, within a few steps.
+  void stop();
+
+ private:
+  void run();
+  [[nodiscard]] bool waitUntil(std::uint64_t deadlineUs);
+
+  RobotCore& core_;
+  ObservedPublisher& publisher_;
+  Pexal::PBase::CMutex mutex_;
+  Pexal::PBase::CCondition stopAsked_;
+  bool stopping_ = false;
+  Pexal::PBase::CThreadLite thread_;
+};
+
+}  // namespace orvane::robot

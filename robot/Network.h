@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace orvane::robot {
+
+/// What is wrong with a robot's address; nothing when it can be used. The device id becomes the
+/// name of a DDS partition and must hold no wildcards.
+[[nodiscard]] std::optional<std::string> settingsError(const std::string& deviceId,
+                                                       const std::string& interface,
+                                                       std::uint32_t domain);
+
+/// The DDS settings of a process that speaks on `interface` in `domain`, as XML text.
+[[nodiscard]] std::string ddsProfile(const std::string& interface, std::uint32_t domain);
+
+/// Why joining `domain` on `interface` failed, as far as the system's state tells: an interface
+/// that is down, or no participant slot left. An interface without multicast (lo, usually) has nine
+/// slots per domain, one for each process: the ports on which they can find one another.
+[[nodiscard]] std::string joinFailure(const std::string& interface, std::uint32_t domain);
+
+}  // namespace orvane::robot

@@ -1,0 +1,68 @@
+#include "RobotCore.h"
+
+#include <utility>
+
+#include "pbase/CTime.h"
+
+namespace orvane::robot {
+namespace {
+
+constexpr double kLowBatteryPercent = 20;
+
+int batteryLevel(double percent) {
+  return percent <= 0 ? 2 : percent < kLowBatteryPercent ? 1 : 0;
+}
+
+Json::Value postureEvent(Posture posture, Posture previous) {
+  Json::Value detail;
+  detail["type"] = "posture";
+  detail["posture"] = nameOf(posture);
+  detail["previous"] = nameOf(previous);
+  return detail;
+}
+
+}  // namespace
+
+RobotCore::RobotCore(std::unique_ptr<Body> body, std::shared_ptr<EventOutbox> outbox)
+    : outbox_(std::move(outbox)), body_(std::move(body)) {}
+
+RobotCore::Access::Access(RobotCore& core)
+    : core_(core), lock_(core.mutex_), nowMs_(Pexal::PBase::CTime::getCurrentMilliSecond()) {
+  core_.arbiter_.judge(nowMs_);
+  core_.settle();
+}
+
+RobotCore::Access::~Access() {
+  core_.settle();
+}
+
+void RobotCore::Access::step(double seconds) {
+  core_.body_->step(core_.motion_.step(core_.body_->state(), nowMs_), seconds);
+}
+
+void RobotCore::settle() {
+  if (announcedRevision_ != arbiter_.revision()) {
+    announcedRevision_ = arbiter_.revision();
+    motion_.endMotion();
+    const auto& grant = arbiter_.current();
+    outbox_->controlStatus(grant.has_value(), grant ? grant->controller : std::string());
+  }
+  if (announcedPosture_ != motion_.posture()) {
+    const Posture previous = std::exchange(announcedPosture_, motion_.posture());
+    outbox_->hostEvent(postureEvent(announcedPosture_, previous));
+  }
+  reportBattery();
+}
+
+void RobotCore::reportBattery() {
+  const int level = batteryLevel(body_->state().battery.chargePercent);
+  if (level <= announcedBatteryLevel_) return;
+  announcedBatteryLevel_ = level;
+  Json::Value detail;
+  detail["type"] = "battery";
+  detail["level"] = level == 2 ? "empty" : "low";
+  detail["chargePercent"] = body_->state().battery.chargePercent;
+  outbox_->hostEvent(std::move(detail));
+}
+
+}  // namespace orvane::robot

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "EventOutbox.h"
+#include "Refusal.h"
+#include "arbiter/Arbiter.h"
+#include "body/Body.h"
+#include "motion/MotionController.h"
+#include "pbase/CMutex.h"
+
+namespace orvane::robot {
+
+/// The last request that the robot didn't carry out.
+struct RefusedRequest {
+  std::string method;  ///< empty: none was refused yet
+  std::string clientId;
+  Refusal refusal{};
+  std::uint64_t atMs = 0;
+};
+
+/// Arbiter, motion controller and body, which only make sense together.
+///
+/// Threading contract: the robot mutex (mutex_) guards every member. All use goes through an
+/// Access, which holds it; nothing that waits (requests, events, DDS) may happen inside one. Lock
+/// order: robot mutex, then the outbox's own. At its begin an Access judges the lease; at its begin
+/// and its end it settles: a change of controller ends motion, and changes of control, posture and
+/// battery go to the outbox in the order in which they happened.
+class RobotCore {
+ public:
+  class Access {
+   public:
+    explicit Access(RobotCore& core);
+    ~Access();
+    Access(const Access&) = delete;
+    Access& operator=(const Access&) = delete;
+
+    [[nodiscard]] Arbiter& arbiter() { return core_.arbiter_; }
+    [[nodiscard]] MotionController& motion() { return core_.motion_; }
+    [[nodiscard]] const BodyState& body() const { return core_.body_->state(); }
+    [[nodiscard]] RefusedRequest& lastRefusal() { return core_.lastRefusal_; }
+    /// Which board leads: "brain" or "cerebellum".
+    [[nodiscard]] std::string& masterRole() { return core_.masterRole_; }
+    /// The platform's clock when the access began, ms.
+    [[nodiscard]] std::uint64_t nowMs() const { return nowMs_; }
+    /// Lets `seconds` pass for motion controller and body. Doesn't allocate.
+    void step(double seconds);
+
+   private:
+    RobotCore& core_;
+    std::unique_lock<Pexal::PBase::CMutex> lock_;
+    std::uint64_t nowMs_;
+  };
+
+  RobotCore(std::unique_ptr<Body> body, std::shared_ptr<EventOutbox> outbox);
+
+  /// Waits for whoever has access now; an access lasts well under a millisecond.
+  [[nodiscard]] Access access() { return Access(*this); }
+
+ private:
+  void settle();
+  void reportBattery();
+
+  Pexal::PBase::CMutex mutex_;  // the robot mutex: guards everything below
+  const std::shared_ptr<EventOutbox> outbox_;
+  std::unique_ptr<Body> body_;
+  Arbiter arbiter_;
+  MotionController motion_;
+  RefusedRequest lastRefusal_;
+  std::string masterRole_ = "cerebellum";
+  std::uint64_t announcedRevision_ = 0;
+  Posture announcedPosture_ = Posture::kLying;
+  int announcedBatteryLevel_ = 0;  // 0 fine, 1 low, 2 empty
+};
+
+}  // namespace orvane::robot

@@ -1,0 +1,147 @@
+#include "VirtualRobot.h"
+
+#include <utility>
+
+#include "Network.h"
+#include "body/KinematicBody.h"
+#include "pbase/ILogger.h"
+
+namespace orvane::robot {
+namespace {
+
+using Pexal::PDBus::IDDSFactory;
+using Pexal::PDBus::RPCServer;
+
+constexpr const char* kDomainName = "host";
+constexpr const char* kEventServer = "robotServer";
+constexpr const char* kRequestServers[] = {"robotServer", "cerebellumServer"};
+
+Json::Value ddsDocument(const RobotSettings& settings) {
+  Json::Value document;
+  Json::Value domain;
+  domain["name"] = kDomainName;
+  domain["domain"] = settings.domain;
+  domain["url"] = ddsProfile(settings.interface, settings.domain);
+  document["domain"].append(std::move(domain));
+  Json::Value bus;
+  bus["server"] = kEventServer;
+  bus["domain"] = kDomainName;
+  bus["role"] = "server";
+  bus["topics"] = 16;
+  bus["workers"]["count"] = 1;
+  bus["workers"]["task"] = 16;
+  document["eventBus"].append(std::move(bus));
+  return document;
+}
+
+}  // namespace
+
+VirtualRobot::VirtualRobot(RobotSettings settings)
+    : settings_(std::move(settings)),
+      outbox_(std::make_shared<EventOutbox>(settings_.deviceId)),
+      core_(std::make_shared<RobotCore>(std::make_unique<KinematicBody>(settings_.chargePercent),
+                                        outbox_)),
+      requests_(std::make_shared<RequestServer>(core_, settings_.deviceId)) {}
+
+VirtualRobot::~VirtualRobot() {
+  stop();
+}
+
+bool VirtualRobot::start(std::string& error) {
+  if (used_) {
+    error = "this robot was started before";
+    return false;
+  }
+  if (auto wrong = settingsError(settings_.deviceId, settings_.interface, settings_.domain)) {
+    error = *std::move(wrong);
+    return false;
+  }
+  used_ = true;
+  factory_ = IDDSFactory::create();
+  if (!factory_->initial(ddsDocument(settings_))) {
+    error = joinFailure(settings_.interface, settings_.domain);
+    factory_.reset();
+    return false;
+  }
+  if (serve(error)) return true;
+  stop();
+  return false;
+}
+
+bool VirtualRobot::serve(std::string& error) {
+  try {
+    publisher_ = std::make_unique<ObservedPublisher>(settings_.domain, settings_.deviceId);
+  } catch (const dds::core::Exception& failure) {
+    error = std::string("can't publish: ") + failure.what();
+    return false;
+  }
+  auto bus = factory_->eventBus(kEventServer);
+  if (bus == nullptr) {
+    error = "no event bus";
+    return false;
+  }
+  auto events = std::make_shared<EventServer>(core_, outbox_, std::move(bus), kEventServer,
+                                              settings_.deviceId);
+  if (!events->start()) {
+    error = "can't serve events";
+    return false;
+  }
+  events_ = std::move(events);
+  loop_ = std::make_unique<ControlLoop>(*core_, *publisher_);
+  if (!loop_->start()) {
+    error = "no thread for the control loop";
+    return false;
+  }
+  return serveRequests(error);
+}
+
+bool VirtualRobot::serveRequests(std::string& error) {
+  for (const char* name : kRequestServers) {
+    auto server =
+        RPCServer::create(factory_, kDomainName, name, settings_.deviceId,
+                          [requests = requests_](const Pexal::PDBus::RpcRequest& request) {
+                            return requests->handle(request);
+                          });
+    if (server == nullptr) {
+      error = std::string("can't serve ") + name;
+      return false;
+    }
+    servers_.push_back(std::move(server));
+  }
+  return true;
+}
+
+void VirtualRobot::stop() {
+  if (factory_ == nullptr) return;
+  for (const auto& server : servers_) server->stop();
+  servers_.clear();
+  {
+    RobotCore::Access robot = core_->access();
+    robot.arbiter().revoke(robot.nowMs());
+  }
+  loop_.reset();
+  if (events_ != nullptr) events_->stop();
+  publisher_.reset();
+  factory_->shutdown();
+  events_.reset();
+  factory_.reset();
+}
+
+RobotStatus VirtualRobot::status() {
+  RobotCore::Access robot = core_->access();
+  RobotStatus status;
+  status.posture = robot.motion().posture();
+  if (const auto& grant = robot.arbiter().current()) {
+    status.holder = grant->holder;
+    status.controller = grant->controller;
+    status.remainingMs = grant->untilMs - robot.nowMs();
+  }
+  status.velocity = robot.body().velocity;
+  status.position = robot.body().position;
+  status.yaw = robot.body().yaw;
+  status.chargePercent = robot.body().battery.chargePercent;
+  status.lastRefusal = robot.lastRefusal();
+  return status;
+}
+
+}  // namespace orvane::robot

@@ -1,0 +1,83 @@
+#include "app/StatusLine.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <utility>
+
+namespace orvane::robot {
+namespace {
+
+constexpr const char* kEraseLine = "\r\033[K";
+constexpr std::size_t kUsualWidth = 80;
+
+std::size_t terminalWidth() {
+  winsize size{};
+  const bool known = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+  return known ? size.ws_col : kUsualWidth;
+}
+
+/// Names and reasons partly come from the network: nothing of them may steer the terminal.
+std::string printable(std::string text) {
+  for (char& c : text) {
+    if (std::isprint(static_cast<unsigned char>(c)) == 0) c = '?';
+  }
+  return text;
+}
+
+/// What makes a new line in a pipe worth while.
+std::string keyOf(const RobotStatus& status) {
+  return std::string(nameOf(status.posture)) + '\n' + status.controller + '\n' +
+         std::to_string(status.lastRefusal.atMs);
+}
+
+}  // namespace
+
+StatusLine::StatusLine(std::string deviceId, bool terminal)
+    : deviceId_(std::move(deviceId)), terminal_(terminal) {}
+
+void StatusLine::show(const RobotStatus& status, std::uint64_t nowMs) {
+  if (terminal_) {
+    const std::string line = describe(status).substr(0, terminalWidth() - 1);
+    std::printf("%s%s", kEraseLine, line.c_str());
+    std::fflush(stdout);
+    return;
+  }
+  std::string key = keyOf(status);
+  if (key == shown_ || (shownMs_ != 0 && nowMs < shownMs_ + kPlainSpacingMs)) return;
+  shown_ = std::move(key);
+  shownMs_ = nowMs;
+  std::printf("%s\n", describe(status).c_str());
+  std::fflush(stdout);
+}
+
+void StatusLine::finish() {
+  if (terminal_) std::printf("\n");
+  std::fflush(stdout);
+}
+
+std::string StatusLine::describe(const RobotStatus& status) const {
+  char text[256];
+  std::snprintf(
+      text, sizeof(text), "%s: %s, %.2f m/s %+.2f rad/s, at %.2f %.2f m %.0f deg, battery %.1f%%",
+      deviceId_.c_str(), nameOf(status.posture), std::hypot(status.velocity.x, status.velocity.y),
+      status.velocity.yaw, status.position[0], status.position[1], status.yaw * 180 / M_PI,
+      status.chargePercent);
+  std::string line = text;
+  if (status.controller.empty()) {
+    line += ", control free";
+  } else {
+    std::snprintf(text, sizeof(text), ", control %.40s (lease ends in %.1f s)",
+                  status.holder.c_str(), static_cast<double>(status.remainingMs) / 1000);
+    line += text;
+  }
+  if (!status.lastRefusal.method.empty()) {
+    line += ", last refused " + status.lastRefusal.method + ": " + status.lastRefusal.refusal.text;
+  }
+  return printable(std::move(line));
+}
+
+}  // namespace orvane::robot

@@ -1,0 +1,202 @@
+#include "body/KinematicBody.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "body/LegKinematics.h"
+
+namespace orvane::robot {
+namespace {
+
+constexpr double kGravity = 9.81;
+
+// How fast a velocity may change: when it grows, when it shrinks or turns round, and when the
+// motors only damp. Linear in m/s^2, angular in rad/s^2.
+struct Slew {
+  double grow;
+  double shrink;
+  double damped;
+};
+constexpr Slew kLinearSlew{2.0, 4.0, 6.0};
+constexpr Slew kAngularSlew{5.0, 8.0, 12.0};
+
+constexpr double kRiseSpeed = 0.15;          // m/s
+constexpr double kSinkSpeed = 0.25;          // m/s, when damped
+constexpr double kHeightGain = 6.0;          // 1/s
+constexpr double kHeightAcceleration = 1.0;  // m/s^2
+constexpr double kLoadedAbove = 0.05;        // m above lying from which the legs carry everything
+
+constexpr double kGaitRoll = 0.012;   // rad
+constexpr double kGaitPitch = 0.008;  // rad
+constexpr double kMoving = 1e-3;      // m/s or rad/s
+
+constexpr double kAmbient = 25;
+constexpr double kHeatPerTorqueSquared = 0.14;  // degrees per (N m)^2, after a long time
+constexpr double kHeatSeconds = 120;
+constexpr double kIdleWatts = 28;
+constexpr double kDriveWatts = 32;
+constexpr double kWattsPerTorqueSquared = 0.08;
+constexpr double kDampingTorque = 0.25;  // N m per rad/s
+
+constexpr double kFieldNorth = 20.0;  // microtesla, along world x
+constexpr double kFieldDown = 44.0;
+
+double approach(double value, double target, double largestChange) {
+  return value + std::clamp(target - value, -largestChange, largestChange);
+}
+
+double slewed(double value, double target, const Slew& slew, bool powered, double seconds) {
+  const bool grows = value * target >= 0 && std::abs(target) > std::abs(value);
+  const double rate = !powered ? slew.damped : grows ? slew.grow : slew.shrink;
+  return approach(value, target, rate * seconds);
+}
+
+double wrapped(double angle) {
+  const double result = std::remainder(angle, 2 * M_PI);
+  return result <= -M_PI ? M_PI : result;
+}
+
+std::array<double, 4> quaternionOf(const Vector3& euler) {
+  const double cr = std::cos(euler[0] / 2), sr = std::sin(euler[0] / 2);
+  const double cp = std::cos(euler[1] / 2), sp = std::sin(euler[1] / 2);
+  const double cy = std::cos(euler[2] / 2), sy = std::sin(euler[2] / 2);
+  return {cr * cp * cy + sr * sp * sy, sr * cp * cy - cr * sp * sy, cr * sp * cy + sr * cp * sy,
+          cr * cp * sy - sr * sp * cy};
+}
+
+/// `world` as seen from a body with these angles.
+Vector3 intoBody(const Vector3& euler, const Vector3& world) {
+  const double cr = std::cos(euler[0]), sr = std::sin(euler[0]);
+  const double cp = std::cos(euler[1]), sp = std::sin(euler[1]);
+  const double cy = std::cos(euler[2]), sy = std::sin(euler[2]);
+  const double x = cy * world[0] + sy * world[1];
+  const double y = -sy * world[0] + cy * world[1];
+  const double z = world[2];
+  return {cp * x - sp * z, sr * sp * x + cr * y + sr * cp * z, cr * sp * x - sr * y + cr * cp * z};
+}
+
+}  // namespace
+
+KinematicBody::KinematicBody(double chargePercent) : battery_(chargePercent) {
+  state_.height = kLyingHeight;
+  state_.position[2] = kLyingHeight;
+  state_.imu.temperature = kAmbient + 10;
+  for (std::size_t leg = 0; leg < kLegs; ++leg) {
+    const LegAngles angles = legAngles(leg, {0, sideOf(leg) * kGeometry.hipLength, -kLyingHeight});
+    for (std::size_t joint = 0; joint < kJointsPerLeg; ++joint) {
+      JointState& state = state_.joints[leg * kJointsPerLeg + joint];
+      state.position = angles[joint];
+      state.temperature = kAmbient;
+    }
+  }
+  state_.battery = battery_.state();
+  state_.imu.accel = {0, 0, kGravity};
+  state_.imu.magnetic = {kFieldNorth, 0, -kFieldDown};
+}
+
+void KinematicBody::step(const BodyCommand& command, double seconds) {
+  state_.powered = command.powered;
+  moveHeight(command, seconds);
+  moveBase(command, seconds);
+  moveLegs(seconds);
+  sense(seconds);
+  battery_.draw(powerDrawn(), seconds);
+  state_.battery = battery_.state();
+}
+
+void KinematicBody::moveHeight(const BodyCommand& command, double seconds) {
+  const double target = command.powered ? command.height : kLyingHeight;
+  const double speed = command.powered ? kRiseSpeed : kSinkSpeed;
+  const double wanted = std::clamp(kHeightGain * (target - state_.height), -speed, speed);
+  heightRate_ = approach(heightRate_, wanted, kHeightAcceleration * seconds);
+  state_.height += heightRate_ * seconds;
+  state_.position[2] = state_.height;
+}
+
+void KinematicBody::moveBase(const BodyCommand& command, double seconds) {
+  const Twist target = command.powered && command.stepping ? command.velocity : Twist{};
+  Twist& velocity = state_.velocity;
+  velocity.x = slewed(velocity.x, target.x, kLinearSlew, command.powered, seconds);
+  velocity.y = slewed(velocity.y, target.y, kLinearSlew, command.powered, seconds);
+  velocity.yaw = slewed(velocity.yaw, target.yaw, kAngularSlew, command.powered, seconds);
+
+  state_.yaw = wrapped(state_.yaw + velocity.yaw * seconds);
+  const double cosine = std::cos(state_.yaw), sine = std::sin(state_.yaw);
+  previousWorldVelocity_ = state_.worldVelocity;
+  state_.worldVelocity = {cosine * velocity.x - sine * velocity.y,
+                          sine * velocity.x + cosine * velocity.y, heightRate_};
+  for (std::size_t axis = 0; axis < 2; ++axis) {
+    state_.position[axis] +=
+        (previousWorldVelocity_[axis] + state_.worldVelocity[axis]) / 2 * seconds;
+  }
+
+  const bool moves = std::abs(velocity.x) > kMoving || std::abs(velocity.y) > kMoving ||
+                     std::abs(velocity.yaw) > kMoving;
+  gait_.step(command.powered && (command.stepping || moves), seconds);
+  stepHeight_ = approach(stepHeight_, command.stepHeight, 0.1 * seconds);
+}
+
+void KinematicBody::moveLegs(double seconds) {
+  double loads = 0;
+  for (std::size_t leg = 0; leg < kLegs; ++leg) loads += gait_.load(leg);
+  const double carried =
+      state_.powered ? std::clamp((state_.height - kLyingHeight) / kLoadedAbove, 0.0, 1.0) : 0.0;
+
+  for (std::size_t leg = 0; leg < kLegs; ++leg) {
+    const Vector3 hip = hipOf(leg);
+    const double aside = sideOf(leg) * kGeometry.hipLength;
+    const Twist& velocity = state_.velocity;
+    const Vector3 offset = gait_.footOffset(leg, velocity.x - velocity.yaw * (hip[1] + aside),
+                                            velocity.y + velocity.yaw * hip[0], stepHeight_);
+    const LegAngles angles =
+        legAngles(leg, {offset[0], aside + offset[1], offset[2] - state_.height});
+    const LegAngles torques =
+        supportTorques(leg, angles, carried * kBodyMass * kGravity * gait_.load(leg) / loads);
+    for (std::size_t joint = 0; joint < kJointsPerLeg; ++joint) {
+      JointState& state = state_.joints[leg * kJointsPerLeg + joint];
+      state.velocity = (angles[joint] - state.position) / seconds;
+      state.position = angles[joint];
+      const double limit = kJointLimits[joint].maxTorque;
+      const double damping = (state_.powered ? 1 : -1) * kDampingTorque * state.velocity;
+      state.torque = std::clamp(torques[joint] + damping, -limit, limit);
+      const double target = kAmbient + kHeatPerTorqueSquared * state.torque * state.torque;
+      state.temperature += (target - state.temperature) * seconds / kHeatSeconds;
+    }
+    state_.footPhase[leg] = gait_.activity() > 0 ? gait_.footPhase(leg) : 0;
+  }
+}
+
+void KinematicBody::sense(double seconds) {
+  ImuState& imu = state_.imu;
+  const double cycle = 2 * M_PI * gait_.phase();
+  const Vector3 euler{gait_.activity() * kGaitRoll * std::sin(cycle),
+                      gait_.activity() * kGaitPitch * std::sin(2 * cycle), state_.yaw};
+  const double rollRate = (euler[0] - imu.euler[0]) / seconds;
+  const double pitchRate = (euler[1] - imu.euler[1]) / seconds;
+  const double yawRate = state_.velocity.yaw;
+  const double cr = std::cos(euler[0]), sr = std::sin(euler[0]);
+  const double cp = std::cos(euler[1]), sp = std::sin(euler[1]);
+  imu.gyro = {rollRate - yawRate * sp, pitchRate * cr + yawRate * sr * cp,
+              -pitchRate * sr + yawRate * cr * cp};
+  imu.euler = euler;
+  imu.quaternion = quaternionOf(euler);
+
+  Vector3 force{0, 0, kGravity};
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    force[axis] += (state_.worldVelocity[axis] - previousWorldVelocity_[axis]) / seconds;
+  }
+  imu.accel = intoBody(euler, force);
+  imu.magnetic = intoBody(euler, {kFieldNorth, 0, -kFieldDown});
+}
+
+double KinematicBody::powerDrawn() const {
+  double watts = kIdleWatts + (state_.powered ? kDriveWatts : 0);
+  if (!state_.powered) return watts;
+  for (const JointState& joint : state_.joints) {
+    watts += std::abs(joint.torque * joint.velocity) +
+             kWattsPerTorqueSquared * joint.torque * joint.torque;
+  }
+  return watts;
+}
+
+}  // namespace orvane::robot

@@ -1,0 +1,95 @@
+// virtual-robot: a robot for people who have none at hand.
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "VirtualRobot.h"
+#include "app/SignalWaiter.h"
+#include "app/StatusLine.h"
+#include "pbase/CTime.h"
+#include "pbase/ILogger.h"
+
+namespace {
+
+using namespace orvane::robot;
+
+constexpr std::uint32_t kRefreshMs = 200;
+constexpr std::uint32_t kWarning = 3;
+
+struct Options {
+  RobotSettings robot;
+  bool verbose = false;
+};
+
+void describe(CLI::App& app, Options& options) {
+  app.description(
+      "A four-legged robot without the robot: serves on DDS what a real one serves, so that\n"
+      "applications can be written and tried on a laptop. It lies on its belly when it starts;\n"
+      "whoever takes control can have it stand up, walk and lie down. Ends with Ctrl-C.");
+  app.footer(
+      "Several robots run side by side, each with a device id of its own. The robot speaks on lo\n"
+      "unless told otherwise, so give your application the same interface.\n"
+      "Standard output shows what the robot does and who holds control; problems go to standard\n"
+      "error. Exit status: 0 when it was asked to end, otherwise something went wrong.");
+  app.add_option("--device-id", options.robot.deviceId, "Name under which it is discovered")
+      ->capture_default_str();
+  app.add_option("--interface", options.robot.interface, "Network interface it speaks on")
+      ->capture_default_str();
+  app.add_option("--domain", options.robot.domain, "DDS domain")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 230));
+  app.add_flag("--verbose", options.verbose, "Log what happens inside to standard error");
+}
+
+/// The log goes to standard error; on a terminal it must not run into the status line.
+void logTo(bool verbose, bool besideStatusLine) {
+  Pexal::ILogger::instance()->enableConsole(false);
+  Pexal::ILogger::instance()->addSink(
+      [verbose, besideStatusLine](std::uint32_t level, const char* text, int length) {
+        if (level < kWarning && !verbose) return;
+        std::fprintf(stderr, "%s%.*s%s", besideStatusLine ? "\r\033[K" : "", length, text,
+                     length > 0 && text[length - 1] == '\n' ? "" : "\n");
+      });
+}
+
+int run(const Options& options) {
+  const SignalWaiter signals;
+  const bool terminal = isatty(STDOUT_FILENO) != 0;
+  logTo(options.verbose, terminal && isatty(STDERR_FILENO) != 0);
+
+  VirtualRobot robot(options.robot);
+  std::string error;
+  if (!robot.start(error)) {
+    std::fprintf(stderr, "virtual-robot: %s\n", error.c_str());
+    return 1;
+  }
+  std::printf("ready: %s on %s, domain %u\n", options.robot.deviceId.c_str(),
+              options.robot.interface.c_str(), options.robot.domain);
+  std::fflush(stdout);
+
+  StatusLine line(options.robot.deviceId, terminal);
+  do {
+    line.show(robot.status(), Pexal::PBase::CTime::getCurrentMilliSecond());
+  } while (!signals.wait(kRefreshMs));
+  line.finish();
+  robot.stop();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App app("", "virtual-robot");
+  describe(app, options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error);
+  }
+  return run(options);
+}

@@ -1,0 +1,59 @@
+#include "publish/ObservedPublisher.h"
+
+#include <vector>
+
+#include "pbase/CTime.h"
+#include "pbase/ILogger.h"
+#include "publish/Samples.h"
+
+namespace orvane::robot {
+namespace {
+
+namespace policy = dds::core::policy;
+using Pexal::PBase::CTime;
+
+constexpr std::uint32_t kOdometryEpoch = 1;  // the origin never moves while the process lives
+constexpr std::uint64_t kReportEveryMs = 1000;
+
+dds::pub::qos::DataWriterQos writerQos(const std::string& deviceId) {
+  const std::string announced = "deviceNo=" + deviceId;
+  dds::pub::qos::DataWriterQos qos;
+  qos << policy::Reliability::BestEffort() << policy::History::KeepLast(1)
+      << policy::Durability::Volatile()
+      << policy::UserData(std::vector<std::uint8_t>(announced.begin(), announced.end()));
+  return qos;
+}
+
+}  // namespace
+
+ObservedPublisher::ObservedPublisher(std::uint32_t domain, const std::string& deviceId)
+    : participant_(domain),
+      publisher_(participant_),
+      motionTopic_(participant_, "motion/observed"),
+      sensorTopic_(participant_, "sensor/observed"),
+      motionWriter_(publisher_, motionTopic_, writerQos(deviceId)),
+      sensorWriter_(publisher_, sensorTopic_, writerQos(deviceId)) {}
+
+void ObservedPublisher::publish(const BodyState& body, bool withSensors) noexcept {
+  try {
+    const std::uint64_t nowUs = CTime::getCurrentMicroSecond();
+    fill(motionSample_, body, nowUs);
+    motionWriter_.write(motionSample_);
+    if (!withSensors) return;
+    fill(sensorSample_, body, nowUs, kOdometryEpoch);
+    sensorWriter_.write(sensorSample_);
+  } catch (const dds::core::Exception& failure) {
+    reportFailure(failure.what());
+  }
+}
+
+void ObservedPublisher::reportFailure(const char* text) noexcept {
+  ++failures_;
+  const std::uint64_t nowMs = CTime::getCurrentMilliSecond();
+  if (nowMs < reportedMs_ + kReportEveryMs) return;
+  reportedMs_ = nowMs;
+  Pexal::ILogger::instance()->log(3, "VirtualRobot", "%llu observed samples not written: %s\n",
+                                  static_cast<unsigned long long>(failures_), text);
+}
+
+}  // namespace orvane::robot

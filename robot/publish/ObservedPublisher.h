@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <dds/dds.hpp>
+#include <string>
+
+#include "body/Body.h"
+#include "msg/MotionTypes.h"
+
+namespace orvane::robot {
+
+/// Writes "motion/observed" and "sensor/observed", best effort, in the default partition, so that
+/// any DDS tool can read them. The writers announce the device in their user data: "deviceNo=" and
+/// the id.
+///
+/// Threading contract: publish from one thread at a time; made and destroyed when none publishes.
+class ObservedPublisher {
+ public:
+  /// Joins domain `domain`, whose settings this process has already made. Throws
+  /// dds::core::Exception.
+  ObservedPublisher(std::uint32_t domain, const std::string& deviceId);
+
+  /// Writes the motion sample and, with `withSensors`, the sensor sample. Neither blocks nor
+  /// throws; a refused write is counted, reported at most once a second, and otherwise lost.
+  void publish(const BodyState& body, bool withSensors) noexcept;
+
+ private:
+  void reportFailure(const char* text) noexcept;
+
+  dds::domain::DomainParticipant participant_;
+  dds::pub::Publisher publisher_;
+  dds::topic::Topic<orvane::msg::dds_::MotionObserved_> motionTopic_;
+  dds::topic::Topic<orvane::msg::dds_::SensorObserved_> sensorTopic_;
+  dds::pub::DataWriter<orvane::msg::dds_::MotionObserved_> motionWriter_;
+  dds::pub::DataWriter<orvane::msg::dds_::SensorObserved_> sensorWriter_;
+  orvane::msg::dds_::MotionObserved_ motionSample_{};
+  orvane::msg::dds_::SensorObserved_ sensorSample_{};
+  std::uint64_t failures_ = 0;
+  std::uint64_t reportedMs_ = 0;
+};
+
+}  // namespace orvane::robot

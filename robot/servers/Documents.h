@@ -1,0 +1,38 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <string>
+
+#include "RobotCore.h"
+
+namespace orvane::robot {
+
+inline constexpr const char* kModel = "virtual-quadruped";
+inline constexpr const char* kVersion = "1.0.0";
+
+// The documents in which the robot describes itself. Units are in the keys' descriptions: lengths
+// in m, angles in rad, speeds in m/s and rad/s, times in ms of the robot's own clock.
+
+/// The joints in the order of the observed records: {"motorNum", "motors": [{"limbNo", "jointNo",
+/// "name"}]}.
+[[nodiscard]] Json::Value motorLayoutDocument();
+
+/// What the robot can be asked for: actions, ranges of velocities and parameters, lease limits.
+[[nodiscard]] Json::Value capabilitiesDocument();
+
+/// What it does now: "posture", "velocity", "command", "control" (who, since when, until when),
+/// "emergencyStop", "lastRefusal".
+[[nodiscard]] Json::Value motionStateDocument(RobotCore::Access& robot,
+                                              const std::string& deviceId);
+
+/// {"deviceNo", "model", "version", "uptimeMs", "battery", "motors"}.
+[[nodiscard]] Json::Value systemStatusDocument(RobotCore::Access& robot,
+                                               const std::string& deviceId,
+                                               std::uint64_t startedMs);
+
+/// The "detail" of a discovery response.
+[[nodiscard]] Json::Value discoveryDocument(RobotCore::Access& robot);
+
+}  // namespace orvane::robot

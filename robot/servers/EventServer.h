@@ -1,0 +1,47 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "EventOutbox.h"
+#include "RobotCore.h"
+#include "pbase/CThread.h"
+#include "pdbus/IEventBus.h"
+
+namespace orvane::robot {
+
+/// The robot's side of the event bus: answers discovery requests and sends what the outbox holds,
+/// in order, from one thread ("robot:events").
+///
+/// Threading contract: start and stop on the owner's thread, once each, start first. Discovery
+/// requests arrive on the bus's workers; they take the robot mutex and release it before they
+/// publish. Held by shared pointer, for the bus knows it weakly.
+class EventServer : public std::enable_shared_from_this<EventServer> {
+ public:
+  EventServer(std::shared_ptr<RobotCore> core, std::shared_ptr<EventOutbox> outbox,
+              std::shared_ptr<Pexal::PDBus::IEventBus> bus, std::string server,
+              std::string deviceId);
+
+  /// False: the bus refuses the subscription or no thread could be had.
+  [[nodiscard]] bool start();
+  /// Sends what is still in the outbox (which it closes), then ends; bounded at about a second.
+  void stop();
+
+ private:
+  void run();
+  void onDiscover(const std::string& topic, const Json::Value& payload);
+  [[nodiscard]] Pexal::PDBus::EventHandler discoverHandler();
+
+  const std::shared_ptr<RobotCore> core_;
+  const std::shared_ptr<EventOutbox> outbox_;
+  const std::shared_ptr<Pexal::PDBus::IEventBus> bus_;
+  const std::string server_;
+  const std::string deviceId_;
+  std::atomic<bool> abandon_{false};  // stop waited long enough
+  Pexal::PBase::CThreadLite thread_;
+};
+
+}  // namespace orvane::robot

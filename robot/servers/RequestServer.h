@@ -1,0 +1,67 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "RobotCore.h"
+#include "pdbus/RPC.h"
+#include "servers/Checks.h"
+
+namespace orvane::robot {
+
+/// Answers the requests of "robotAppService": documents in, documents out. One table says which
+/// handler serves a method and whether the caller must hold control.
+///
+/// An answer is {"result": true, "params"?} or {"result": false, "reason": text} with the reason's
+/// number beside it. Nothing that a document holds makes it throw or terminate.
+///
+/// Threading contract: handle() may be called from several threads; each request is one access to
+/// the robot, so requests never overlap. Takes the robot mutex, blocks for nothing else.
+class RequestServer {
+ public:
+  static constexpr const char* kService = "robotAppService";
+
+  RequestServer(std::shared_ptr<RobotCore> core, std::string deviceId);
+
+  [[nodiscard]] Pexal::PDBus::RpcReply handle(const Pexal::PDBus::RpcRequest& request);
+
+ private:
+  /// A request whose envelope was read.
+  struct Call {
+    RobotCore::Access& robot;
+    const std::string& clientId;
+    const Json::Value& params;  ///< object or null
+  };
+  using Answer = Checked<Json::Value>;
+  struct Method;
+  static const Method kMethods[];
+
+  [[nodiscard]] static const Method* find(const std::string& name);
+  [[nodiscard]] Pexal::PDBus::RpcReply answer(const Method& method, const Json::Value& document);
+  [[nodiscard]] Answer carryOut(RobotCore::Access& robot, const Method& method,
+                                const Json::Value& document, std::string& clientId);
+
+  Answer takeControl(const Call& call);
+  Answer renewControl(const Call& call);
+  Answer releaseControl(const Call& call);
+  Answer setMasterRole(const Call& call);
+  Answer startAction(const Call& call);
+  Answer stopAction(const Call& call);
+  Answer emergencyStop(const Call& call);
+  Answer setActionParams(const Call& call);
+  Answer enableObserved(const Call& call);
+  Answer motorLayout(const Call& call);
+  Answer motionState(const Call& call);
+  Answer capabilities(const Call& call);
+  Answer systemStatus(const Call& call);
+  Answer refuseMedia(const Call& call);
+
+  const std::shared_ptr<RobotCore> core_;
+  const std::string deviceId_;
+  const std::uint64_t startedMs_;
+};
+
+}  // namespace orvane::robot

@@ -1,0 +1,221 @@
+// What the robot does when it is told to: every action in every posture, and the rules that keep it
+// safe.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <string>
+
+#include "body/KinematicBody.h"
+#include "body/LegKinematics.h"
+#include "motion/MotionController.h"
+
+namespace orvane::robot {
+namespace {
+
+constexpr Twist kFullSpeed{kForwardSpeed.upper, kSidewaysSpeed.upper, kYawSpeed.upper};
+
+struct Robot {
+  MotionController motion;
+  KinematicBody body;
+  std::uint64_t nowUs = 5'000'000;
+
+  std::optional<Refusal> start(Action action, const Twist& velocity = {}) {
+    return motion.start(action, velocity, nowUs / 1000);
+  }
+  void step() {
+    nowUs += 2000;
+    body.step(motion.step(body.state(), nowUs / 1000), 0.002);
+  }
+  void run(double seconds) {
+    for (int left = static_cast<int>(seconds * 500); left > 0; --left) step();
+  }
+  /// False: not reached within `seconds`.
+  bool runUntil(Posture posture, double seconds) {
+    for (int left = static_cast<int>(seconds * 500); left > 0; --left) {
+      if (motion.posture() == posture) return true;
+      step();
+    }
+    return motion.posture() == posture;
+  }
+  void keepWalking(const Twist& velocity, double seconds) {
+    for (double passed = 0; passed < seconds; passed += 0.1) {
+      ASSERT_FALSE(start(Action::kWalking, velocity));
+      run(0.1);
+    }
+  }
+  [[nodiscard]] double speed() const {
+    const Twist& v = body.state().velocity;
+    return std::abs(v.x) + std::abs(v.y) + std::abs(v.yaw);
+  }
+};
+
+void makeStanding(Robot& robot) {
+  ASSERT_FALSE(robot.start(Action::kStanding));
+  ASSERT_TRUE(robot.runUntil(Posture::kStanding, 5));
+}
+
+void bringTo(Robot& robot, Posture posture) {
+  switch (posture) {
+    case Posture::kLying:
+      return;
+    case Posture::kStandingUp:
+      ASSERT_FALSE(robot.start(Action::kStanding));
+      break;
+    case Posture::kStanding:
+      makeStanding(robot);
+      break;
+    case Posture::kWalking:
+      makeStanding(robot);
+      robot.keepWalking(kFullSpeed, 1);
+      break;
+    case Posture::kStopping:
+      makeStanding(robot);
+      robot.keepWalking(kFullSpeed, 1);
+      ASSERT_FALSE(robot.start(Action::kStop));
+      break;
+    case Posture::kLyingDown:
+      makeStanding(robot);
+      ASSERT_FALSE(robot.start(Action::kLaying));
+      break;
+    case Posture::kRecovering:
+      ASSERT_FALSE(robot.start(Action::kRecoveryStand));
+      break;
+    case Posture::kDamped:
+      makeStanding(robot);
+      ASSERT_FALSE(robot.start(Action::kDisable));
+      break;
+    case Posture::kEmergencyStop:
+      makeStanding(robot);
+      ASSERT_FALSE(robot.start(Action::kEmergencyStop));
+      break;
+  }
+  ASSERT_EQ(robot.motion.posture(), posture);
+}
+
+// Columns: standing, laying, recoveryStand, disableAction, walking, stop, emergency stop. A
+// posture's initial is what follows: L lying, U standing up, S standing, W walking, B stopping, D
+// lying down, R recovering, d damped, E emergency stop, - refused.
+struct Row {
+  Posture posture;
+  const char* next;
+};
+constexpr Row kRows[] = {
+    {Posture::kLying, "ULRd-LE"},         {Posture::kStandingUp, "UDUd-UE"},
+    {Posture::kStanding, "SDSdWSE"},      {Posture::kWalking, "BBBdWBE"},
+    {Posture::kStopping, "BBBdWBE"},      {Posture::kLyingDown, "UDUd-DE"},
+    {Posture::kRecovering, "RDRd-RE"},    {Posture::kDamped, "UdRd-dE"},
+    {Posture::kEmergencyStop, "--RE-EE"},
+};
+
+char initialOf(Posture posture) {
+  return "LUSWBDRdE"[static_cast<int>(posture)];
+}
+
+TEST(Motion, knowsWhatIsPossibleInEveryPosture) {
+  for (const Row& row : kRows) {
+    for (std::size_t action = 0; action < kActions; ++action) {
+      SCOPED_TRACE(std::string(nameOf(row.posture)) + ", action " + std::to_string(action));
+      Robot robot;
+      bringTo(robot, row.posture);
+      const auto refusal = robot.start(static_cast<Action>(action), kFullSpeed);
+      if (row.next[action] == '-') {
+        ASSERT_TRUE(refusal);
+        EXPECT_EQ(refusal->reason, Reason::kNotNow);
+        EXPECT_FALSE(refusal->text.empty());
+        EXPECT_EQ(robot.motion.posture(), row.posture);
+      } else {
+        EXPECT_FALSE(refusal);
+        EXPECT_EQ(initialOf(robot.motion.posture()), row.next[action]);
+      }
+    }
+  }
+}
+
+TEST(Motion, everyPostureEndsWhereItShouldByItself) {
+  const std::pair<Posture, Posture> cases[] = {
+      {Posture::kStandingUp, Posture::kStanding}, {Posture::kWalking, Posture::kStanding},
+      {Posture::kStopping, Posture::kStanding},   {Posture::kLyingDown, Posture::kLying},
+      {Posture::kRecovering, Posture::kStanding}, {Posture::kDamped, Posture::kLying}};
+  for (const auto& [from, to] : cases) {
+    SCOPED_TRACE(nameOf(from));
+    Robot robot;
+    bringTo(robot, from);
+    EXPECT_TRUE(robot.runUntil(to, 8));
+  }
+}
+
+TEST(Motion, standsStillWithinASecondWhenAWalkIsNotRefreshed) {
+  Robot robot;
+  bringTo(robot, Posture::kWalking);
+  ASSERT_FALSE(robot.start(Action::kWalking, kFullSpeed));
+  robot.run(0.6);
+  EXPECT_GT(robot.speed(), 2.5) << "a command must hold for a while";
+  robot.run(0.4);
+  EXPECT_LT(robot.speed(), 0.02);
+}
+
+TEST(Motion, refreshedWalkGoesOn) {
+  Robot robot;
+  makeStanding(robot);
+  robot.keepWalking({0.5, 0, 0}, 5);
+  EXPECT_EQ(robot.motion.posture(), Posture::kWalking);
+  EXPECT_NEAR(robot.body.state().velocity.x, 0.5, 1e-6);
+}
+
+TEST(Motion, lossOfTheControllerStopsAWalkAndNothingElse) {
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(nameOf(row.posture));
+    Robot robot;
+    bringTo(robot, row.posture);
+    robot.motion.endMotion();
+    EXPECT_EQ(robot.motion.posture(),
+              row.posture == Posture::kWalking ? Posture::kStopping : row.posture);
+  }
+}
+
+TEST(Motion, layingWhileWalkingStopsFirst) {
+  Robot robot;
+  bringTo(robot, Posture::kWalking);
+  ASSERT_FALSE(robot.start(Action::kLaying));
+  ASSERT_TRUE(robot.runUntil(Posture::kLyingDown, 1));
+  EXPECT_LT(robot.speed(), 0.02);
+  EXPECT_TRUE(robot.runUntil(Posture::kLying, 5));
+}
+
+TEST(Motion, layingIsForgottenWhenTheWalkGoesOn) {
+  Robot robot;
+  bringTo(robot, Posture::kWalking);
+  ASSERT_FALSE(robot.start(Action::kLaying));
+  ASSERT_FALSE(robot.start(Action::kWalking, kFullSpeed));
+  ASSERT_FALSE(robot.start(Action::kStop));
+  EXPECT_TRUE(robot.runUntil(Posture::kStanding, 2));
+}
+
+TEST(Motion, emergencyStopSinksAndLatchesUntilRecovery) {
+  Robot robot;
+  bringTo(robot, Posture::kWalking);
+  ASSERT_FALSE(robot.start(Action::kEmergencyStop));
+  robot.run(0.5);
+  EXPECT_LT(robot.speed(), 0.02);
+  robot.run(20);
+  EXPECT_TRUE(robot.motion.emergencyStopped());
+  EXPECT_FALSE(robot.body.state().powered);
+  EXPECT_NEAR(robot.body.state().height, kLyingHeight, 0.005);
+  EXPECT_TRUE(robot.start(Action::kStanding));
+  ASSERT_FALSE(robot.start(Action::kRecoveryStand));
+  EXPECT_TRUE(robot.runUntil(Posture::kStanding, 8));
+}
+
+TEST(Motion, bodyHeightIsFollowed) {
+  Robot robot;
+  makeStanding(robot);
+  robot.motion.setBodyHeight(kBodyHeight.lower);
+  robot.run(3);
+  EXPECT_NEAR(robot.body.state().height, kBodyHeight.lower, 0.005);
+  EXPECT_EQ(robot.motion.posture(), Posture::kStanding);
+}
+
+}  // namespace
+}  // namespace orvane::robot
