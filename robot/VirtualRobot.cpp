@@ -70,7 +70,8 @@ bool VirtualRobot::start(std::string& error) {
 
 bool VirtualRobot::serve(std::string& error) {
   try {
-    publisher_ = std::make_unique<ObservedPublisher>(settings_.domain, settings_.deviceId);
+    publisher_ =
+        std::make_unique<ObservedPublisher>(factory_->participant(kDomainName), settings_.deviceId);
   } catch (const dds::core::Exception& failure) {
     error = std::string("can't publish: ") + failure.what();
     return false;

@@ -26,11 +26,11 @@ dds::pub::qos::DataWriterQos writerQos(const std::string& deviceId) {
 
 }  // namespace
 
-ObservedPublisher::ObservedPublisher(std::uint32_t domain, const std::string& deviceId)
-    : participant_(domain),
-      publisher_(participant_),
-      motionTopic_(participant_, "motion/observed"),
-      sensorTopic_(participant_, "sensor/observed"),
+ObservedPublisher::ObservedPublisher(const dds::domain::DomainParticipant& participant,
+                                     const std::string& deviceId)
+    : publisher_(participant),
+      motionTopic_(participant, "motion/observed"),
+      sensorTopic_(participant, "sensor/observed"),
       motionWriter_(publisher_, motionTopic_, writerQos(deviceId)),
       sensorWriter_(publisher_, sensorTopic_, writerQos(deviceId)) {}
 

@@ -16,9 +16,8 @@ namespace orvane::robot {
 /// Threading contract: publish from one thread at a time; made and destroyed when none publishes.
 class ObservedPublisher {
  public:
-  /// Joins domain `domain`, whose settings this process has already made. Throws
-  /// dds::core::Exception.
-  ObservedPublisher(std::uint32_t domain, const std::string& deviceId);
+  /// Writes through `participant`. Throws dds::core::Exception.
+  ObservedPublisher(const dds::domain::DomainParticipant& participant, const std::string& deviceId);
 
   /// Writes the motion sample and, with `withSensors`, the sensor sample. Neither blocks nor
   /// throws; a refused write is counted, reported at most once a second, and otherwise lost.
@@ -27,7 +26,6 @@ class ObservedPublisher {
  private:
   void reportFailure(const char* text) noexcept;
 
-  dds::domain::DomainParticipant participant_;
   dds::pub::Publisher publisher_;
   dds::topic::Topic<orvane::msg::dds_::MotionObserved_> motionTopic_;
   dds::topic::Topic<orvane::msg::dds_::SensorObserved_> sensorTopic_;
