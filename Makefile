@@ -1,0 +1,60 @@
+# The front door. Every target does its own set-up, packages included: on a fresh Debian 12 machine
+# with git and make, as root or with sudo, each of these works as the only command.
+
+SHELL := /bin/bash
+.DEFAULT_GOAL := help
+.PHONY: help setup build demo test test-asan test-tsan bench format check-format clean
+
+JOBS ?= $(shell nproc)
+TEST_JOBS ?= 2
+CMAKE_BUILD = cmake --build build/$(1) --parallel $(JOBS)
+# GCC 12's thread sanitizer needs its usual address layout; some kernels randomise more than it allows.
+FIXED_ADDRESSES = $$(setarch -R true 2>/dev/null && echo setarch -R)
+
+help:
+	@echo "make demo       start a virtual robot and walk it through a square"
+	@echo "make test       build everything and run all tests and the format check"
+	@echo "make test-asan  the same under the address and undefined-behaviour sanitizers"
+	@echo "make test-tsan  the same under the thread sanitizer"
+	@echo "make bench      run the benchmarks"
+	@echo "make build      build everything (build/dev)"
+	@echo "make format     format the sources in place"
+	@echo "make clean      remove everything that was built"
+
+setup:
+	@tools/install-dependencies
+
+build/%/build.ninja: | setup
+	cmake --preset $*
+
+.PRECIOUS: build/%/build.ninja
+
+build: build/dev/build.ninja
+	$(call CMAKE_BUILD,dev)
+
+demo: build/dev/build.ninja
+	$(call CMAKE_BUILD,dev) --target virtual-robot walk_square
+	@examples/run-demo build/dev
+
+test: build
+	ctest --preset dev -j $(TEST_JOBS)
+
+test-asan: build/asan/build.ninja
+	$(call CMAKE_BUILD,asan)
+	ctest --preset asan -j $(TEST_JOBS)
+
+test-tsan: build/tsan/build.ninja
+	$(call CMAKE_BUILD,tsan)
+	$(FIXED_ADDRESSES) ctest --preset tsan -j $(TEST_JOBS)
+
+bench:
+	@echo "There are no benchmark cases yet."
+
+format: setup
+	tests/check-format --fix
+
+check-format: setup
+	tests/check-format
+
+clean:
+	rm -rf build

@@ -1,0 +1,74 @@
+// The example programs as their users meet them: exit status and words, also when things go wrong.
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <string>
+
+#include "sdk_process.h"
+#include "sdk_robot.h"
+#include "sdk_support.h"
+
+namespace sdk_test {
+namespace {
+
+using orvane::robot::Posture;
+
+constexpr std::uint32_t kExitMs = 60000;
+
+TEST(MinimalExample, WalksTheRobotAndLeavesItLyingAndFree) {
+  const LocalRobot robot("dog");
+  Process example({MINIMAL, "lo"});
+  EXPECT_EQ(example.finish(kExitMs), 0) << example.output();
+  const auto status = robot.status();
+  EXPECT_GT(status.position[0], 0.3);
+  EXPECT_EQ(status.posture, Posture::kLying);
+  EXPECT_TRUE(eventually([&] { return robot.status().controller.empty(); }, 2000));
+}
+
+TEST(WalkSquare, StopsTheRobotAndGivesControlBackOnCtrlC) {
+  const LocalRobot robot("dog");
+  Process example({WALK_SQUARE, "--interface", "lo", "--device", "dog"});
+  ASSERT_TRUE(eventually([&] { return robot.status().posture == Posture::kWalking; }))
+      << example.output();
+  example.signal(SIGINT);
+  EXPECT_EQ(example.finish(kExitMs), 130) << example.output();
+  EXPECT_TRUE(eventually([&] {
+    const auto status = robot.status();
+    return status.posture == Posture::kStanding && status.controller.empty();
+  }));
+}
+
+TEST(WalkSquare, SaysThatControlWasLostAndWhy) {
+  const LocalRobot robot("dog");
+  Process example({WALK_SQUARE, "--interface", "lo"});
+  ASSERT_TRUE(eventually([&] { return robot.status().posture == Posture::kWalking; }))
+      << example.output();
+  {
+    auto access = robot.access();
+    access.arbiter().preempt("somebody else", 60000, access.nowMs());
+  }
+  EXPECT_EQ(example.finish(kExitMs), 1);
+  EXPECT_NE(example.output().find("error 5 (control was revoked or taken by another controller)"),
+            std::string::npos)
+      << example.output();
+}
+
+TEST(WalkSquare, SaysThatNoRobotAnswered) {
+  Process example({WALK_SQUARE, "--interface", "lo", "--device", "nobody", "--timeout", "1"});
+  EXPECT_EQ(example.finish(kExitMs), 1);
+  EXPECT_NE(example.output().find("robot nobody didn't answer within 1 s on interface lo"),
+            std::string::npos)
+      << example.output();
+}
+
+TEST(WalkSquare, RefusesWrongOptions) {
+  for (const std::string wrong : {"--tiemout", "--timeout=3", "--timeout", "square"}) {
+    Process example({WALK_SQUARE, wrong});
+    EXPECT_EQ(example.finish(kExitMs), 2) << wrong << example.output();
+    EXPECT_NE(example.output().find(wrong), std::string::npos) << example.output();
+  }
+}
+
+}  // namespace
+}  // namespace sdk_test

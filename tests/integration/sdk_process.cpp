@@ -1,0 +1,82 @@
+#include "sdk_process.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <stdexcept>
+
+#include "sdk_support.h"
+
+namespace sdk_test {
+
+Process::Process(const std::vector<std::string>& command) {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+  pipe_ = ends[0];
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
+  std::vector<char*> arguments;
+  for (const auto& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
+  arguments.push_back(nullptr);
+  const int error = posix_spawn(&pid_, arguments[0], &actions, nullptr, arguments.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  close(ends[1]);
+  if (error != 0) {
+    close(pipe_);
+    throw std::runtime_error("can't start " + command.front());
+  }
+  reader_ = std::thread([this] {
+    std::array<char, 4096> chunk;
+    for (ssize_t size = 0; (size = read(pipe_, chunk.data(), chunk.size())) > 0;) {
+      const std::lock_guard lock(mutex_);
+      output_.append(chunk.data(), static_cast<std::size_t>(size));
+    }
+  });
+}
+
+Process::~Process() {
+  if (!ended()) {
+    kill(pid_, SIGKILL);
+    static_cast<void>(finish(kLimitMs));
+  }
+  reader_.join();  // the pipe has ended with the process
+  close(pipe_);
+}
+
+void Process::signal(int number) const {
+  kill(pid_, number);
+}
+
+bool Process::says(const std::string& text, std::uint32_t limitMs) {
+  const auto said = [&] { return output().find(text) != std::string::npos; };
+  static_cast<void>(eventually([&] { return said() || ended(); }, limitMs));
+  // What an ended process wrote may still be on its way through the pipe.
+  return eventually(said, ended() ? 2000 : 0);
+}
+
+std::string Process::output() const {
+  const std::lock_guard lock(mutex_);
+  return output_;
+}
+
+std::optional<int> Process::finish(std::uint32_t limitMs) {
+  static_cast<void>(eventually([this] { return ended(); }, limitMs));
+  return status_;
+}
+
+bool Process::ended() {
+  if (status_) return true;
+  int status = 0;
+  if (waitpid(pid_, &status, WNOHANG) != pid_) return false;
+  status_ = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+  return true;
+}
+
+}  // namespace sdk_test
