@@ -23,7 +23,9 @@ class ValueBuilder : public nlohmann::json_sax<nlohmann::json> {
     return add(Json::Value(Json::Int64{value}));
   }
   bool number_unsigned(number_unsigned_t value) override {
-    return add(Json::Value(Json::UInt64{value}));
+    // As jsoncpp's own reader: unsigned only where signed has no room (5 and 5U compare unequal).
+    if (value > std::uint64_t{Json::Value::maxInt64}) return add(Json::Value(Json::UInt64{value}));
+    return number_integer(static_cast<number_integer_t>(value));
   }
   bool number_float(number_float_t value, const string_t&) override {
     return add(Json::Value(value));
