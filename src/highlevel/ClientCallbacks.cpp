@@ -17,6 +17,16 @@ constexpr char kUnit[] = "MotionHighLevelClientImpl";
 constexpr std::uint64_t kCallbackPatienceMs = 1000;
 constexpr std::uint32_t kPollMs = 2;
 
+/// Robots that share a domain share the event topics, too. An event that doesn't name its device,
+/// and any event for a client without a device id, is everybody's.
+bool concerns(const std::string& deviceId, const Json::Value& payload) {
+  if (deviceId.empty() || !payload.isObject()) return true;
+  const Json::Value& deviceNo = payload["deviceNo"];  // null when missing
+  if (!deviceNo.isString()) return true;
+  const std::string named = deviceNo.asString();
+  return named.empty() || named == deviceId;
+}
+
 }  // namespace
 
 template <class Function>
@@ -84,6 +94,7 @@ void MotionHighLevelClientImpl::deliverSensorObserved(const ObservedSensorRecord
 }
 
 void MotionHighLevelClientImpl::onHostEvent(const std::string& topic, const Json::Value& payload) {
+  if (!concerns(deviceId_, payload)) return;
   {
     const Lock lock(mutex_);
     if (eventCallback_ == nullptr) return;
@@ -95,7 +106,7 @@ void MotionHighLevelClientImpl::onHostEvent(const std::string& topic, const Json
 
 void MotionHighLevelClientImpl::onControlStatus(const std::string& /*topic*/,
                                                 const Json::Value& payload) {
-  lease_.onControlStatus(payload);
+  if (concerns(deviceId_, payload)) lease_.onControlStatus(payload);
 }
 
 /// The application may free what its callbacks use once disconnect has returned.

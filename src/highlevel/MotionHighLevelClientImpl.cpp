@@ -127,7 +127,7 @@ void MotionHighLevelClientImpl::makeParts() {
   // The robot board's own source of observed state isn't part of this build.
   if (observed_ == nullptr && kind_ == Kind::kRemote) {
     observed_ = guarded(
-        "makeRemoteObserved", [this] { return makeRemoteObserved(weak_from_this()); },
+        "makeRemoteObserved", [this] { return makeRemoteObserved(weak_from_this(), deviceId_); },
         std::shared_ptr<IHighLevelObserved>());
   }
   if (motionControl_ != nullptr) return;

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "orvane/RobotSdk/Records.h"
 #include "pbase/CMutex.h"
@@ -61,8 +62,10 @@ class IHighLevelObserved {
   std::weak_ptr<IObservedSink> client;
 };
 
-/// The source for an external host: two DDS topics.
+/// The source for an external host: two DDS topics, which the robots of a domain share. It leaves
+/// out what a writer sends that announces another device than `deviceId`; with an empty id it
+/// takes everything.
 [[nodiscard]] std::shared_ptr<IHighLevelObserved> makeRemoteObserved(
-    std::weak_ptr<IObservedSink> owner);
+    std::weak_ptr<IObservedSink> owner, std::string deviceId);
 
 }  // namespace orvane::RobotSdk

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "observed/ObservedRecords.h"
@@ -48,6 +49,17 @@ Json::Value qosDocument() {
   qos["reliability"] = "BEST_EFFORT";
   qos["durability"] = "VOLATILE";
   return qos;
+}
+
+/// Listens to the writers of that device, and to those that don't say whose they are.
+IDDSSubcriber::WriterFilter writersOf(const std::string& deviceId) {
+  if (deviceId.empty()) return {};
+  return [deviceId](std::string_view userData) {
+    constexpr std::string_view kDevice = "deviceNo=";
+    if (!userData.starts_with(kDevice)) return true;
+    userData.remove_prefix(kDevice.size());
+    return userData.empty() || userData == deviceId;
+  };
 }
 
 }  // namespace
@@ -168,8 +180,11 @@ void RemoteHighLevelObsImpl::Channel<T>::close() {
   }
 }
 
-RemoteHighLevelObsImpl::RemoteHighLevelObsImpl(std::weak_ptr<IObservedSink> owner)
-    : IHighLevelObserved(std::move(owner)), loop_(std::make_shared<WaitLoop>()) {
+RemoteHighLevelObsImpl::RemoteHighLevelObsImpl(std::weak_ptr<IObservedSink> owner,
+                                               std::string deviceId)
+    : IHighLevelObserved(std::move(owner)),
+      deviceId_(std::move(deviceId)),
+      loop_(std::make_shared<WaitLoop>()) {
   thread =
       std::make_unique<CThreadLite>("robotSdk:HLRObs", 64, 0, 0, [loop = loop_] { loop->run(); });
 }
@@ -181,7 +196,7 @@ RemoteHighLevelObsImpl::~RemoteHighLevelObsImpl() {
 template <class T>
 RemoteHighLevelObsImpl::Channel<T> RemoteHighLevelObsImpl::openChannel(
     const Json::Value& configuration, const char* defaultTopic,
-    std::function<void(const T&)> onData) {
+    std::function<void(const T&)> onData) const {
   const std::string domain = textOr(configuration, "domain", "host");
   const std::string topic = textOr(configuration, "topic", defaultTopic);
   Channel<T> channel;
@@ -192,8 +207,9 @@ RemoteHighLevelObsImpl::Channel<T> RemoteHighLevelObsImpl::openChannel(
                  topic.c_str());
       return channel;
     }
-    channel.reader = std::make_shared<MSGDDSReader<T>>(
-        channel.subscriber, IDDSSubcriber::createDDSQos(qosDocument()), std::move(onData));
+    channel.reader = std::make_shared<MSGDDSReader<T>>(channel.subscriber,
+                                                       IDDSSubcriber::createDDSQos(qosDocument()),
+                                                       std::move(onData), writersOf(deviceId_));
   } catch (const std::exception& error) {
     MOTION_LOG(kUnit, level::kError, "create dds data reader exception:%s", error.what());
   }
@@ -314,8 +330,9 @@ bool RemoteHighLevelObsImpl::keep(const Record& record, Record& latest,
   return true;
 }
 
-std::shared_ptr<IHighLevelObserved> makeRemoteObserved(std::weak_ptr<IObservedSink> owner) {
-  return std::make_shared<RemoteHighLevelObsImpl>(std::move(owner));
+std::shared_ptr<IHighLevelObserved> makeRemoteObserved(std::weak_ptr<IObservedSink> owner,
+                                                       std::string deviceId) {
+  return std::make_shared<RemoteHighLevelObsImpl>(std::move(owner), std::move(deviceId));
 }
 
 }  // namespace orvane::RobotSdk

@@ -4,6 +4,7 @@
 #include <dds/dds.hpp>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "msg/MotionTypes.h"
 #include "observed/IHighLevelObserved.h"
@@ -29,7 +30,7 @@ class RemoteHighLevelObsImpl final : public IHighLevelObserved,
                                      public std::enable_shared_from_this<RemoteHighLevelObsImpl> {
  public:
   /// Made by makeRemoteObserved, as part of a shared pointer.
-  explicit RemoteHighLevelObsImpl(std::weak_ptr<IObservedSink> owner);
+  RemoteHighLevelObsImpl(std::weak_ptr<IObservedSink> owner, std::string deviceId);
   ~RemoteHighLevelObsImpl() override;
   RemoteHighLevelObsImpl(const RemoteHighLevelObsImpl&) = delete;
   RemoteHighLevelObsImpl& operator=(const RemoteHighLevelObsImpl&) = delete;
@@ -56,9 +57,8 @@ class RemoteHighLevelObsImpl final : public IHighLevelObserved,
   class WaitLoop;
 
   template <class T>
-  [[nodiscard]] static Channel<T> openChannel(const Json::Value& configuration,
-                                              const char* defaultTopic,
-                                              std::function<void(const T&)> onData);
+  [[nodiscard]] Channel<T> openChannel(const Json::Value& configuration, const char* defaultTopic,
+                                       std::function<void(const T&)> onData) const;
   /// Keeps the readers and starts the wait loop; false when the system can't.
   bool beginWaiting(const Channel<MotionSample>& motion, const Channel<SensorSample>& sensor);
 
@@ -69,6 +69,7 @@ class RemoteHighLevelObsImpl final : public IHighLevelObserved,
   bool keep(const Record& record, Record& latest, const std::atomic<bool>& enabled,
             std::atomic<std::uint64_t>& lastUs);
 
+  const std::string deviceId_;
   Channel<MotionSample> motion_;  // changed under mutex
   Channel<SensorSample> sensor_;  // changed under mutex
   const std::shared_ptr<WaitLoop> loop_;

@@ -148,6 +148,41 @@ TEST_F(Connection, EventsReachTheCallbackOnceWithTheirDetailAsText) {
                                   Pair(kEventTopic, "null")));
 }
 
+/// The harness's client is made for "dog-7", the second as the robot board makes its own.
+TEST_F(Connection, EventsOfAnotherDeviceMeanNothing) {
+  const Json::Value none;
+  const std::pair<Json::Value, bool> cases[] = {
+      {"dog-7", true}, {"cat", false}, {"dog-77", false}, {"dog", false},
+      {"", true},      {none, true},   {7, true},         {Json::Value(Json::arrayValue), true}};
+  int events = 0;
+  client->setEventCallback([&](const auto&, const auto&) { ++events; });
+  hold();
+  for (const auto& [deviceNo, taken] : cases) {
+    SCOPED_TRACE(deviceNo.toStyledString());
+    events = 0;
+    hostEvent(object({{"deviceNo", deviceNo}}));
+    EXPECT_EQ(events, taken ? 1 : 0);
+    const auto status = [&, &number = deviceNo](bool controlled, const char* controller) {
+      bus.inject(
+          kServer, kStatusTopic,
+          object({{"deviceNo", number}, {"controlled", controlled}, {"controller", controller}}));
+    };
+    status(true, "other");
+    EXPECT_EQ(client->getState(), taken ? 1U : 2U);
+    status(true, "controller-1");
+    EXPECT_EQ(client->getState(), 2U);
+  }
+
+  const auto board =
+      std::make_shared<MotionHighLevelClientImpl>(MotionHighLevelClientImpl::Kind::kBoard, "");
+  events = 0;
+  board->setEventCallback([&](const auto&, const auto&) { ++events; });
+  ASSERT_TRUE(board->connect(0));
+  bus.inject("brainServer", "brainServer.host.event", object({{"deviceNo", "cat"}}));
+  EXPECT_EQ(events, 1);
+  board->disconnect();
+}
+
 TEST_F(Connection, ObservedRecordsReachTheCallbacksOnlyWhileConnected) {
   auto impl = std::make_shared<MotionHighLevelClientImpl>(MotionHighLevelClientImpl::Kind::kRemote,
                                                           "dog-7");

@@ -6,6 +6,7 @@
 #include <dds/dds.hpp>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "msg/MotionTypes.h"
 #include "msg_samples.h"
@@ -51,6 +52,8 @@ class Sink final : public IObservedSink {
 /// The robot's half: a writer per topic, on a participant of its own.
 class Robot {
  public:
+  explicit Robot(const std::string& announcement = "deviceNo=dog") : announcement_(announcement) {}
+
   void publish(std::int32_t motorNum, std::uint32_t epoch) {
     auto motion = samples::patterned<MotionObserved_>();
     motion.motorNum = motorNum;
@@ -64,12 +67,18 @@ class Robot {
   }
 
  private:
+  [[nodiscard]] dds::pub::qos::DataWriterQos qos() const {
+    return dds::pub::qos::DataWriterQos()
+           << dds::core::policy::UserData({announcement_.begin(), announcement_.end()});
+  }
+
+  const std::string announcement_;
   dds::domain::DomainParticipant participant_{kDomain};
   dds::pub::Publisher publisher_{participant_};
   dds::pub::DataWriter<MotionObserved_> motion_{
-      publisher_, dds::topic::Topic<MotionObserved_>(participant_, "motion/observed")};
+      publisher_, dds::topic::Topic<MotionObserved_>(participant_, "motion/observed"), qos()};
   dds::pub::DataWriter<SensorObserved_> sensor_{
-      publisher_, dds::topic::Topic<SensorObserved_>(participant_, "sensor/observed")};
+      publisher_, dds::topic::Topic<SensorObserved_>(participant_, "sensor/observed"), qos()};
 };
 
 class ObservedOverDds : public testing::Test {
@@ -94,7 +103,7 @@ class ObservedOverDds : public testing::Test {
   }
 
   std::shared_ptr<Sink> sink_ = std::make_shared<Sink>();
-  std::shared_ptr<IHighLevelObserved> source_ = makeRemoteObserved(sink_);
+  std::shared_ptr<IHighLevelObserved> source_ = makeRemoteObserved(sink_, "dog");
 };
 
 TEST_F(ObservedOverDds, SamplesArriveUntilTheSourceStops) {
@@ -119,6 +128,24 @@ TEST_F(ObservedOverDds, SamplesArriveUntilTheSourceStops) {
     robot.publish(3, ++epoch);
     return sink_->motorNum == 3;
   }));
+}
+
+TEST_F(ObservedOverDds, TellsItsOwnRobotFromOthersOnTheSameTopics) {
+  Robot own;
+  Robot other("deviceNo=cat");
+  std::atomic<int> foreign{0};
+  sink_->onMotion = [&] {
+    if (sink_->motorNum != 12) ++foreign;
+  };
+  ASSERT_TRUE(eventually([&] { return own.listeners() == 2 && other.listeners() == 2; }));
+  std::uint32_t epoch = 0;
+  EXPECT_TRUE(eventually([&] {
+    own.publish(12, ++epoch);
+    for (int i = 0; i < 5; ++i) other.publish(5, 1'000'000);
+    return sink_->epoch >= 50;
+  }));
+  EXPECT_EQ(foreign, 0);
+  EXPECT_LE(sink_->epoch, epoch);
 }
 
 TEST_F(ObservedOverDds, MayBeReleasedInsideItsOwnDelivery) {

@@ -130,7 +130,7 @@ class RemoteObserved : public testing::Test {
   scripted::Bus bus_;
   LogLines log_;
   std::shared_ptr<Sink> sink_ = std::make_shared<Sink>();
-  std::shared_ptr<IHighLevelObserved> source_ = makeRemoteObserved(sink_);
+  std::shared_ptr<IHighLevelObserved> source_ = makeRemoteObserved(sink_, "dog-7");
 };
 
 TEST_F(RemoteObserved, StartMakesBothReadersOnceAndStopHandsThemBack) {
@@ -163,6 +163,30 @@ TEST_F(RemoteObserved, StartMakesBothReadersOnceAndStopHandsThemBack) {
   EXPECT_EQ(bus_.readers().size(), 4U);
   EXPECT_EQ(liveReaders(), 2U);
   EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(RemoteObserved, ListensToTheWritersOfItsDeviceAndToThoseThatDoNotSay) {
+  const std::pair<std::string, bool> cases[] = {{"deviceNo=dog-7", true},
+                                                {"deviceNo=cat", false},
+                                                {"deviceNo=dog-77", false},
+                                                {"deviceNo=dog", false},
+                                                {"deviceNo=dog-7 ", false},
+                                                {"deviceNo=DOG-7", false},
+                                                {"deviceNo=", true},
+                                                {"", true},
+                                                {"cat", true},
+                                                {"owner=x", true},
+                                                {std::string("deviceNo=dog-7\0", 15), false}};
+  ASSERT_TRUE(source_->start());
+  for (const auto& reader : bus_.readers()) {
+    for (const auto& [userData, taken] : cases) {
+      EXPECT_EQ(reader.takesWriter(userData), taken) << reader.topic << ' ' << userData;
+    }
+  }
+  const auto forAll = makeRemoteObserved(sink_, "");
+  ASSERT_TRUE(forAll->start());
+  EXPECT_EQ(bus_.readers().size(), 4U);
+  EXPECT_FALSE(bus_.readers().back().takesWriter);
 }
 
 TEST_F(RemoteObserved, StoresAndDeliversOnlyWhatIsSwitchedOn) {
@@ -232,7 +256,7 @@ TEST(RemoteObservedTime, RecordsAgeByTheMicrosecond) {
   Pexal::PBase::VirtualClock clock(1'000'000);
   scripted::Bus bus;
   const auto sink = std::make_shared<Sink>();
-  const auto source = makeRemoteObserved(sink);
+  const auto source = makeRemoteObserved(sink, "");
   Json::Value params;
   params["motionEnable"] = params["sensorEnable"] = true;
   source->setObservedEnable(params);

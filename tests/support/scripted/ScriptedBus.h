@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// A platform bus that plays a script. Linked instead of libpdbus, it lets a unit test stand where
@@ -56,6 +57,7 @@ struct ReaderInfo {
   std::string topic;
   bool removed = false;
   std::size_t attached = 0;  ///< wait sets that it is attached to now
+  std::function<bool(std::string_view userData)> takesWriter;  ///< empty: takes all
 };
 
 [[nodiscard]] Reply accepted(Json::Value params = {});  ///< "result" true

@@ -121,10 +121,11 @@ class Subscriber final : public Pexal::PDBus::IDDSSubcriber {
 
   std::shared_ptr<Pexal::PDBus::IBaseDDSReader> createReader(
       const dds::topic::TypeSupport& /*type*/, const dds::sub::qos::DataReaderQos& /*qos*/,
-      RawCallback onSample) override {
+      RawCallback onSample, WriterFilter takesWriter) override {
     const std::lock_guard lock(state_->mutex);
     if (state_->failingReaderTopic == topic_) throw dds::core::Error("scripted reader failure");
-    auto reader = std::make_shared<Reader>(domain_, topic_, std::move(onSample));
+    auto reader =
+        std::make_shared<Reader>(domain_, topic_, std::move(onSample), std::move(takesWriter));
     state_->readers.push_back(reader);
     return reader;
   }

@@ -54,8 +54,10 @@ struct Bus::State {
 /// One typed reader: one callback at a time, and a removal waits for the one in flight.
 class Reader final : public Pexal::PDBus::IBaseDDSReader {
  public:
-  Reader(std::string domain, std::string topic, Pexal::PDBus::IDDSSubcriber::RawCallback onSample)
-      : info_{std::move(domain), std::move(topic), false, 0}, onSample_(std::move(onSample)) {}
+  Reader(std::string domain, std::string topic, Pexal::PDBus::IDDSSubcriber::RawCallback onSample,
+         Pexal::PDBus::IDDSSubcriber::WriterFilter takesWriter)
+      : info_{std::move(domain), std::move(topic), false, 0, std::move(takesWriter)},
+        onSample_(std::move(onSample)) {}
 
   void addWaitSet(dds::core::cond::WaitSet& waitSet, std::uint32_t mask) override;
   void delWaitSet(dds::core::cond::WaitSet& waitSet) override;

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <dds/dds.h>
+
+#include <cstdint>
+#include <dds/domain/DomainParticipant.hpp>
+#include <map>
+#include <string>
+
+#include "pbase/CMutex.h"
+
+namespace Pexal::PDBus {
+
+/// The DDS domains of this process, shared by all contexts: libddsc refuses to create a domain that
+/// the process already has. A domain is created by the first who joins it and deleted after the
+/// last has left; one that somebody else created is used and left alone.
+///
+/// While a domain is joined, libddsc's log goes to this library (its result codes don't tell the
+/// cause); after that to libddsc's own default. A sink that the application has set itself is lost
+/// by it.
+///
+/// Threading: any thread; operations wait for each other. mutex_ is a leaf and held while libddsc
+/// opens and closes its sockets.
+class DomainRegistry {
+ public:
+  /// Lives until the process ends.
+  static DomainRegistry& instance();
+
+  /// Makes a participant on domain `id`. `url`: path or file:// URL of an XML profile, or the XML
+  /// text itself; empty: libddsc's defaults. Throws dds::core::Exception with all that libddsc
+  /// said.
+  dds::domain::DomainParticipant join(std::uint32_t id, const std::string& url);
+  /// Gives back one join of `id`; its participant must be closed by now.
+  void leave(std::uint32_t id) noexcept;
+
+ private:
+  struct Domain {
+    dds_entity_t created = 0;  ///< 0: not made here
+    std::uint32_t users = 0;
+    std::string url;
+  };
+
+  DomainRegistry() = default;
+  Domain open(std::uint32_t id, const std::string& url);
+  void closeUnused(std::uint32_t id) noexcept;
+
+  PBase::CMutex mutex_;  // guards domains_, and libddsc's log sink
+  std::map<std::uint32_t, Domain> domains_;
+};
+
+}  // namespace Pexal::PDBus
