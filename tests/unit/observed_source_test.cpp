@@ -11,7 +11,6 @@
 #include <limits>
 #include <memory>
 #include <mutex>
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,6 +23,7 @@
 #include "pbase/CTime.h"
 #include "pbase/ILogger.h"
 #include "pbase/VirtualClock.h"
+#include "scripted/LogPrefix.h"
 #include "scripted/ScriptedBus.h"
 
 namespace {
@@ -57,12 +57,10 @@ class LogLines {
  public:
   LogLines()
       : id_(Pexal::ILogger::instance()->addSink([this](std::uint32_t level, const char* text, int) {
-          const std::string line(text);
-          if (line.find("[RemoteHighLevelObsImpl:") != 0) return;
-          static const std::regex number(":[0-9]+\\]");
+          const auto record = orvane::test::splitLogRecord(text);
+          if (!record || record->unit != "RemoteHighLevelObsImpl") return;
           const std::lock_guard lock(mutex_);
-          lines_.emplace_back(level, std::regex_replace(line, number, ":N]",
-                                                        std::regex_constants::format_first_only));
+          lines_.emplace_back(level, "[" + record->unit + ":N]" + record->text);
         })) {}
   ~LogLines() { Pexal::ILogger::instance()->removeSink(id_); }
 

@@ -11,7 +11,6 @@
 #include <memory>
 #include <mutex>
 #include <ostream>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -19,6 +18,7 @@
 
 #include "orvane/RobotSdk/RobotSdk.h"
 #include "pbase/Utils.h"
+#include "scripted/LogPrefix.h"
 
 namespace service_test {
 
@@ -38,11 +38,9 @@ class LogLines {
   orvane::RobotSdk::LoggerCallback callback(const std::shared_ptr<LogLines>& self) {
     return [self](std::uint32_t level, const char* text, int length) {
       const std::string record(text, static_cast<std::size_t>(length));
-      static const std::regex prefix("^\\[[A-Za-z]+:[0-9]+\\]");
-      std::smatch match;
-      const bool prefixed = std::regex_search(record, match, prefix);
+      const auto parts = orvane::test::splitLogRecord(record);
       const std::lock_guard lock(self->mutex_);
-      self->lines_.push_back({level, prefixed ? match.suffix().str() : "no prefix: " + record});
+      self->lines_.push_back({level, parts ? parts->text : "no prefix: " + record});
     };
   }
   /// What came since the last look.

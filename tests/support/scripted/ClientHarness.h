@@ -10,11 +10,11 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "LogPrefix.h"
 #include "ScriptedBus.h"
 #include "highlevel/HighLevelFactory.h"
 #include "orvane/RobotSdk/IMotionSdkService.h"
@@ -121,11 +121,10 @@ class LogCapture {
 
   LogCapture() {
     sink_ = Pexal::ILogger::instance()->addSink([this](std::uint32_t level, const char* text, int) {
-      static const std::regex form(R"(\[(\w+):\d+\]([^]*))");
-      std::cmatch match;
-      if (!std::regex_match(text, match, form)) return;
+      const auto record = orvane::test::splitLogRecord(text);
+      if (!record) return;
       const std::lock_guard lock(mutex_);
-      lines_.push_back({level, match[1], match[2]});
+      lines_.push_back({level, record->unit, record->text});
     });
   }
   ~LogCapture() { Pexal::ILogger::instance()->removeSink(sink_); }
