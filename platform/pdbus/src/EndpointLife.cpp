@@ -15,7 +15,7 @@ bool EndpointThread::start(const std::string& name, std::function<void()> body) 
       name, 0, 0, 0, [control = control_, body = std::move(body)]() mutable {
         control->id = std::this_thread::get_id();
         body();
-        body = nullptr;  // lets go of the shared state before the end is announced
+        body = nullptr;                   // lets go of the shared state before the end is announced
         control->id = std::thread::id();  // the system may give it to another thread
         std::unique_ptr<PBase::CThread> self;
         const Lock lock(control->mutex);
