@@ -13,7 +13,7 @@ std::shared_ptr<IMotionHighLevelClient> makeHandle(Kind kind, std::string device
   auto client = std::make_shared<MotionHighLevelClientImpl>(kind, std::move(deviceId));
   auto* const face = client.get();
   return {face, [held = std::move(client)](IMotionHighLevelClient*) mutable {
-            held->disconnect();
+            static_cast<void>(held->disconnect());
             held.reset();
           }};
 }

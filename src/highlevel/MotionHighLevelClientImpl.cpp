@@ -65,6 +65,11 @@ struct MotionHighLevelClientImpl::Beginning {
 };
 
 bool MotionHighLevelClientImpl::connect(std::uint32_t leaseHintMs) {
+  return guarded(
+      "connect", [&] { return connectNow(leaseHintMs); }, false);
+}
+
+bool MotionHighLevelClientImpl::connectNow(std::uint32_t leaseHintMs) {
   using Outcome = Beginning::Outcome;
   const std::uint32_t leaseMs =
       static_cast<std::int32_t>(leaseHintMs) < 1 ? kDefaultLeaseMs : leaseHintMs;
@@ -173,6 +178,11 @@ bool MotionHighLevelClientImpl::awaitStart(const Connection& connection) {
 }
 
 bool MotionHighLevelClientImpl::disconnect() {
+  return guarded(
+      "disconnect", [this] { return disconnectNow(); }, false);
+}
+
+bool MotionHighLevelClientImpl::disconnectNow() {
   std::shared_ptr<IMediaBusClient> media;
   ConnectionPtr ending;
   {

@@ -116,6 +116,8 @@ class MotionHighLevelClientImpl final
 
   // Connection and worker (MotionHighLevelClientImpl.cpp).
   struct Beginning;
+  bool connectNow(std::uint32_t leaseHintMs);
+  bool disconnectNow();
   [[nodiscard]] Beginning beginConnection(std::uint32_t leaseMs);
   void makeParts();
   bool startWorker(const ConnectionPtr& connection);

@@ -55,6 +55,7 @@ MotionLease::Begun MotionLease::begin(std::uint32_t requestedLeaseMs, const std:
   requestedLeaseMs_ = requestedLeaseMs;
   wantControl_ = false;
   preempted_ = false;
+  releasing_ = false;
   controlSinceMs_ = 0;
   acquireDeadlineMs_ = 0;
   state_ = kConnected;
@@ -149,6 +150,7 @@ void MotionLease::giveUp(std::uint64_t deadlineMs) {
     const Lock lock(mutex_);
     // A wish that was renewed at the last moment has a new deadline.
     if (!canAcquire() || acquireDeadlineMs_ != deadlineMs) return;
+    host_.recordError(error::kAcquireFailed);
     wantControl_ = false;
     acquireDeadlineMs_ = 0;
   }
@@ -156,7 +158,6 @@ void MotionLease::giveUp(std::uint64_t deadlineMs) {
   lastRetryLogMs_ = 0;
   MOTION_LOG(kUnit, level::kWarning,
              " high level take control timeout (deadline reached), give up acquire");
-  host_.recordError(error::kAcquireFailed);
   host_.notifyConnect(served_, kConnected, error::kAcquireFailed);
 }
 
@@ -242,12 +243,15 @@ void MotionLease::release() {
   std::optional<std::string> controller;
   {
     const Lock lock(mutex_);
-    if (serving() && clientId_ != ownId_) controller = clientId_;
+    if (!serving()) return;
+    if (clientId_ != ownId_) controller = clientId_;
+    releasing_ = true;
   }
   if (controller) giveBack(*controller);
   {
     const Lock lock(mutex_);
     if (!serving()) return;
+    releasing_ = false;
     clientId_ = ownId_;
     preempted_ = false;  // by an event during the send: there is nothing to hand back any more
     std::uint32_t expected = kControlling;
@@ -310,6 +314,7 @@ bool MotionLease::lose(std::uint64_t renewedSinceMs) {
     const Lock lock(mutex_);
     stale = !serving() || state_ != kControlling || controlSinceMs_ != renewedSinceMs;
     if (!stale) {
+      host_.recordError(code);
       state_ = kConnected;
       controlSinceMs_ = 0;
       wantControl_ = false;
@@ -321,7 +326,6 @@ bool MotionLease::lose(std::uint64_t renewedSinceMs) {
                "high level stale renew failure ignored after control status changed");
     return false;
   }
-  host_.recordError(code);
   MOTION_LOG(kUnit, level::kWarning, " high level lost control (errno=0x%x, reason=%s)", reason,
              revoked ? "revoked" : "expired");
   host_.notifyConnect(served_, kConnected, code);
@@ -343,14 +347,12 @@ void MotionLease::onControlStatus(const Json::Value& payload) {
   }
   if (change == StatusChange::kNone) return;
   if (change == StatusChange::kRestored) {
-    host_.recordError(error::kNone);
     MOTION_LOG(kUnit, level::kInfo, "high level original controller restored: controller=%s",
                controller.c_str());
     host_.wakeWorker();
     host_.notifyConnect(connection, kControlling, error::kNone);
     return;
   }
-  host_.recordError(error::kControlRevoked);
   MOTION_LOG(kUnit, level::kWarning,
              " control changed by server, current controller=%s, self preempted -> kConnected",
              controller.c_str());
@@ -362,12 +364,16 @@ MotionLease::StatusChange MotionLease::applyStatus(bool controlled, const std::s
   if (controlled && controller == clientId_) {
     if (!preempted_) return StatusChange::kNone;
     preempted_ = false;
+    host_.recordError(error::kNone);
     controlSinceMs_ = currentMs();
     state_ = kControlling;
     return StatusChange::kRestored;
   }
   const bool held = state_ == kControlling;
   if (!held && (controlled || !preempted_)) return StatusChange::kNone;
+  // The answer to our own release, which reports it itself.
+  if (!controlled && releasing_ && held) return StatusChange::kNone;
+  if (held) host_.recordError(error::kControlRevoked);
   controlSinceMs_ = 0;
   state_ = kConnected;
   preempted_ = controlled;

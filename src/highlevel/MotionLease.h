@@ -15,7 +15,8 @@ namespace orvane::RobotSdk {
 /// next.
 using ConnectionNumber = std::uint64_t;
 
-/// What the lease needs of the client around it. Called with no lock held.
+/// What the lease needs of the client around it. Called with no lock held, but for recordError,
+/// which is called under the client's mutex too and must not lock.
 class ILeaseHost {
  public:
   /// A request to the client's own service; a failure is logged and recorded.
@@ -88,8 +89,8 @@ class MotionLease {
 
   // --- the connection's worker ---
   void beginWork(ConnectionNumber connection);
-  /// Carries out the wish: acquires or releases. May take as long as two requests and a pause of 3
-  /// s.
+  /// Carries out the wish: acquires or releases. May take two requests' time and a pause of 3000
+  /// ms.
   void step();
   /// Renews when it is time. True: control was lost.
   bool renew();
@@ -124,10 +125,12 @@ class MotionLease {
   StatusChange applyStatus(bool controlled, const std::string& controller);
 
   ILeaseHost& host_;
-  Pexal::PBase::CMutex& mutex_;  // the client's; guards the two ids and every change of the atomics
+  Pexal::PBase::CMutex&
+      mutex_;  // the client's; guards the two ids, releasing_ and every change of the atomics
 
   std::string clientId_;
-  std::string ownId_;  // the SDK client's name as of begin
+  std::string ownId_;       // the SDK client's name as of begin
+  bool releasing_ = false;  // the release request is on its way; under mutex_
 
   std::atomic<ConnectionNumber> connection_{0};
   std::atomic<std::uint32_t> state_{kDisconnected};

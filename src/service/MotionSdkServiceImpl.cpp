@@ -123,6 +123,7 @@ bool MotionSdkServiceImpl::initial(const char* configPath, const char* clientNam
       return start(configPath, clientName != nullptr ? clientName : kDefaultClientId,
                    roudiWaitSeconds);
     } catch (...) {
+      initialed = false;
       eventBus.reset();
       IDDSFactory::instance()->shutdown();
       removeHostProfile();
@@ -151,7 +152,7 @@ bool MotionSdkServiceImpl::start(const char* configPath, const std::string& name
   if (platform != service::kRobotBoard) openDiscovery();
 
   initialed = true;
-  publishSnapshot();
+  publishSnapshot();  // last of what can throw: until then the SDK counts as not initialed
   MOTION_LOG(kUnit, level::kInfo, "motion sdk initialized, clientId=%s, multiDevice=%d, config=%s",
              name.c_str(), platform != service::kRobotBoard ? 1 : 0,
              configPath != nullptr ? configPath : "");

@@ -368,6 +368,18 @@ TEST_F(Lease, PreemptionDuringTheReleaseDoesNotStick) {
   EXPECT_EQ(client->getState(), 2U);
 }
 
+TEST_F(Lease, TheServersWordOnOurOwnReleaseIsNoLoss) {
+  hold();
+  robot.on("releaseMotionControl", [this](const Request&) {
+    bus.inject(kServer, kStatusTopic, object({{"controlled", false}}));
+    return accepted();
+  });
+  ASSERT_TRUE(client->releaseMotionControl());
+  clock.advance(0);
+  EXPECT_THAT(notifications.take(), ElementsAre(Pair(1, 0)));
+  EXPECT_EQ(client->getLastError(), 0U);
+}
+
 TEST_F(Lease, WishesInTheWrongStateAreRefused) {
   EXPECT_FALSE(client->takeMotionControl(1000));
   EXPECT_EQ(client->getLastError(), 6U);

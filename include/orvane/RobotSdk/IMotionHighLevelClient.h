@@ -171,9 +171,9 @@ class ORVANE_API IMotionHighLevelClient {
   virtual bool setMotionActionParams(const std::string& paramsJson, std::uint32_t timeoutMs) = 0;
 
   /// Switches the observed streams of this client: {"motionEnable": true, "sensorEnable": true}.
-  /// Both are off after connect(); a key left out switches its stream off. `outJson` gets the
-  /// request as it was understood. Needs a connection; error 10 when it isn't JSON, error 9 for
-  /// every other failure.
+  /// Both are off in a new client and keep their setting across disconnect() and connect(); a key
+  /// left out switches its stream off. `outJson` gets the request as it was understood. Needs a
+  /// connection; error 10 when it isn't JSON, error 9 for every other failure.
   virtual bool setMotionObservedEnable(const std::string& json, std::string* outJson,
                                        std::uint32_t timeoutMs) = 0;
 
