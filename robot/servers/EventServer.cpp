@@ -29,8 +29,11 @@ EventServer::EventServer(std::shared_ptr<RobotCore> core, std::shared_ptr<EventO
       thread_("robot:events", 0, 0, 0, [this] { run(); }) {}
 
 bool EventServer::start() {
-  return bus_->subscribe(server_ + ".discoverDevice.request", discoverHandler()) &&
-         thread_.createThread();
+  const std::string topic = server_ + ".discoverDevice.request";
+  if (!bus_->subscribe(topic, discoverHandler())) return false;
+  if (thread_.createThread()) return true;
+  bus_->unsubscribe(topic, discoverHandler());
+  return false;
 }
 
 void EventServer::stop() {

@@ -36,7 +36,7 @@ ObservedMotor toMotor(const dds_::MotorObserved& from) {
 ObservedMotionRecord toMotionRecord(const msg::dds_::MotionObserved_& sample) {
   ObservedMotionRecord record{};
   record.valid = 1;
-  record.motorNum = sample.motorNum;
+  record.motorNum = std::max(sample.motorNum, 0);  // applications loop up to it
   record.imu = {
       sample.imu.temp,          toVector(sample.imu.accel), toVector(sample.imu.gyro),
       toVector(sample.imu.mag), toVector(sample.imu.euler), toQuaternion(sample.imu.quaternion)};

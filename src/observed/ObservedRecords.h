@@ -9,7 +9,7 @@ namespace orvane::RobotSdk {
 /// included; the samples' time stamps have no place in the records. Neither function allocates or
 /// locks.
 
-/// `motorNum` is passed on as sent; the motor entries copied are as many, but at least 0 and at
+/// `motorNum` is passed on as sent, but at least 0; the motor entries copied are as many, but at
 /// most 16. Limb and joint numbers are cut to 16 bits.
 [[nodiscard]] ObservedMotionRecord toMotionRecord(const msg::dds_::MotionObserved_& sample);
 [[nodiscard]] ObservedSensorRecord toSensorRecord(const msg::dds_::SensorObserved_& sample);

@@ -112,7 +112,7 @@ struct ObservedMotionRecord {
   std::uint8_t reserved0;  ///< 0
   std::uint8_t valid;      ///< 1 in every record that the library hands out
   std::uint8_t reserved2;  ///< 0
-  /// As the robot sent it, so it can be anything; motor[] holds at most 16 of them.
+  /// As the robot sent it, but never below 0. May exceed 16; motor[] holds 16 at most.
   std::int32_t motorNum;
   ObservedImu imu;
   std::uint8_t reserved80[52];  ///< 0 in records of the high-level client

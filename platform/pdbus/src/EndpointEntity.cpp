@@ -74,17 +74,13 @@ ListenerPtr makeListener(void* argument) {
 void deleteWriters(std::vector<Entity> writers) {
   std::erase_if(writers, [](const Entity& writer) {
     return !writer || dds_wait_for_acks(writer.get(), 0) == DDS_RETCODE_OK;
-  });  // erasing deletes
-  constexpr std::size_t kSideBySide = 16;
-  while (!writers.empty()) {
-    std::vector<std::unique_ptr<PBase::CThreadLite>> threads;
-    while (!writers.empty() && threads.size() < kSideBySide) {
-      const auto writer = std::make_shared<Entity>(std::move(writers.back()));
-      writers.pop_back();
-      auto thread = std::make_unique<PBase::CThreadLite>("pdbus:linger", 0, 0, 0,
-                                                         [writer] { writer->reset(); });
-      if (thread->createThread()) threads.push_back(std::move(thread));
-    }
+  });                                                        // erasing deletes
+  std::vector<std::unique_ptr<PBase::CThreadLite>> threads;  // all at once, then joined
+  for (Entity& lingering : writers) {
+    const auto writer = std::make_shared<Entity>(std::move(lingering));
+    auto thread = std::make_unique<PBase::CThreadLite>("pdbus:linger", 0, 0, 0,
+                                                       [writer] { writer->reset(); });
+    if (thread->createThread()) threads.push_back(std::move(thread));
   }
 }
 

@@ -189,6 +189,7 @@ bool ServerCore::isAcceptable(const Pexal_PDBus_Request& request, RpcRoutes::Rou
 void ServerCore::serve(const RpcIntake::Entry& entry) {
   const Pexal_PDBus_Request& request = entry.request.value;
   RpcRoutes::Route& route = routes_->of(entry.writer);
+  if (!route.client()) routes_->findNew(reader_.get());  // its request came before news of it
   if (!isAcceptable(request, route)) return;
   const RpcReply outcome = answer(request);
   if (!request.oneWay) reply(route, request.number, outcome);
@@ -271,7 +272,7 @@ class RpcServer final : public RPCServer, public Stoppable {
 
   void beginStop() override { core_->beginStop(); }
   void finishStop() override {
-    if (!thread_.awaitEnd(deadlineAfter(kFinishMs))) {
+    if (!thread_.awaitEnd(deadlineAfter(kFinishMs)) && !thread_.isCurrentThread()) {
       report("left behind with a handler that doesn't end");
     }
   }

@@ -20,16 +20,15 @@ class EventHandler {
   using Function = std::function<void(const std::string& topic, const Json::Value& payload)>;
 
   /// A member function bound weakly to its object: called only while the object lives (it is held
-  /// for the length of the call). The identity is the object and the member function.
+  /// for the length of the call). The identity is the object (also when it is gone: not just its
+  /// address) and the member function.
   template <class T>
   static EventHandler bind(const std::weak_ptr<T>& owner,
                            void (T::*member)(const std::string&, const Json::Value&)) {
     EventHandler handler;
-    const auto strong = owner.lock();
-    const void* address = strong.get();
-    static_assert(sizeof(member) + sizeof(address) <= sizeof(handler.identity_));
-    std::memcpy(handler.identity_.data(), &address, sizeof(address));
-    std::memcpy(handler.identity_.data() + sizeof(address), &member, sizeof(member));
+    handler.owner_ = owner;
+    static_assert(sizeof(member) <= sizeof(handler.member_));
+    std::memcpy(handler.member_.data(), &member, sizeof(member));
     handler.function_ = [owner, member](const std::string& topic, const Json::Value& payload) {
       if (const auto object = owner.lock()) ((*object).*member)(topic, payload);
     };
@@ -40,12 +39,14 @@ class EventHandler {
     function_(topic, payload);
   }
   friend bool operator==(const EventHandler& a, const EventHandler& b) {
-    return a.identity_ == b.identity_;
+    return !a.owner_.owner_before(b.owner_) && !b.owner_.owner_before(a.owner_) &&
+           a.member_ == b.member_;
   }
 
  private:
   EventHandler() = default;
-  std::array<unsigned char, 32> identity_{};
+  std::weak_ptr<const void> owner_;
+  std::array<unsigned char, 16> member_{};
   Function function_;
 };
 
