@@ -125,8 +125,8 @@ TEST_F(LoggerTest, RemovalWaitsForACallInProgress) {
   CThreadLite logging("logging", 0, 0, 0, [] { logger().log(1, "tag", "line\n"); });
   ASSERT_TRUE(logging.createThread());
   ASSERT_TRUE(inside.wait(kPatienceMs));
-  CThreadLite helper("helper", 0, 0, 0, [&] { goOn.post(); });
-  ASSERT_TRUE(helper.createThread());
+  CThreadLite other("other", 0, 0, 0, [&] { goOn.post(); });
+  ASSERT_TRUE(other.createThread());
   logger().removeSink(sink);
   EXPECT_TRUE(finished);
   EXPECT_TRUE(watch.expired()) << "what the sink holds goes with it";
