@@ -192,7 +192,7 @@ void ServerCore::serve(const RpcIntake::Entry& entry) {
   if (!route.client()) routes_->findNew(reader_.get());  // its request came before news of it
   if (!isAcceptable(request, route)) return;
   const RpcReply outcome = answer(request);
-  if (!request.oneWay) reply(route, request.number, outcome);
+  if (!request.oneWay && !outcome.withheld) reply(route, request.number, outcome);
 }
 
 RpcReply ServerCore::answer(const Pexal_PDBus_Request& request) {

@@ -77,6 +77,7 @@ struct RpcReply {
   Json::Value document;               ///< sent as it is; should be an object
   std::uint32_t reason = 0;           ///< what getLastErrno() gives on the calling thread
   RpcStatus status = RpcStatus::kOk;  ///< kNoService, kNoMethod or kMalformedRequest where fitting
+  bool withheld = false;  ///< nothing is sent, so that the caller runs into its time-out
 };
 
 /// Server side: takes the requests for one server name and device, calls the handler one request
