@@ -5,6 +5,7 @@ function(orvane_test name)
   cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LIBS;ARGS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   target_link_libraries(${name} PRIVATE orvane_options ${T_LIBS} GTest::gmock GTest::gtest_main)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
   orvane_add_isolated_test(${name} COMMAND $<TARGET_FILE:${name}> ${T_ARGS} TIMEOUT ${T_TIMEOUT})
 endfunction()
 

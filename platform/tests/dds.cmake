@@ -1,22 +1,24 @@
 # Tests of the dds:: layer, of the DDS factory and of the typed readers.
 idlc_generate(TARGET dds_test_idl FILES idl/DdsTest.idl)
 
-orvane_test(dds_layer_test SOURCES dds_layer_test.cpp LIBS platform::dds platform::pbase dds_test_idl)
+# A peer in a process of its own, which a test can stop and kill.
+add_executable(peer_program peer_program.cpp)
+target_include_directories(peer_program PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
+target_link_libraries(peer_program PRIVATE orvane_options platform::pdbus platform::dds platform::pbase
+                                           dds_test_idl GTest::gmock)
 
-orvane_test(pdbus_factory_test SOURCES pdbus_factory_test.cpp
-            LIBS platform::pdbus platform::dds platform::pbase dds_test_idl)
-target_include_directories(pdbus_factory_test PRIVATE ${PROJECT_SOURCE_DIR}/platform/pdbus/src)
-# A peer in a process of its own, which the test can freeze.
-add_executable(dds_frozen_peer dds_frozen_peer.cpp)
-target_link_libraries(dds_frozen_peer PRIVATE orvane_options platform::dds platform::pbase dds_test_idl)
-target_compile_definitions(pdbus_factory_test PRIVATE
-                           DDS_FROZEN_PEER="$<TARGET_FILE:dds_frozen_peer>")
-add_dependencies(pdbus_factory_test dds_frozen_peer)
+function(platform_dds_test name)
+  orvane_test(${name} SOURCES ${name}.cpp ${ARGN}
+              LIBS platform::pdbus platform::dds platform::pbase dds_test_idl pdbus_idl)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/platform/pdbus/src)
+  target_compile_definitions(${name} PRIVATE PEER_PROGRAM="$<TARGET_FILE:peer_program>")
+  add_dependencies(${name} peer_program)
+endfunction()
 
+platform_dds_test(dds_layer_test)
+platform_dds_test(pdbus_factory_test)
 # The readers' sources once more: a failed rebind can only be had from a reader taken by itself.
-orvane_test(pdbus_reader_test SOURCES pdbus_reader_test.cpp ../pdbus/src/Reader.cpp
-                                      ../pdbus/src/ReaderDelivery.cpp
-                                      ../pdbus/src/WriterSelection.cpp
-                                      ../pdbus/src/EndpointEntity.cpp
-            LIBS platform::pdbus platform::dds platform::pbase dds_test_idl pdbus_idl)
-target_include_directories(pdbus_reader_test PRIVATE ${PROJECT_SOURCE_DIR}/platform/pdbus/src)
+set(pdbus_src ../pdbus/src)
+platform_dds_test(pdbus_reader_test ${pdbus_src}/Reader.cpp ${pdbus_src}/ReaderDelivery.cpp
+                  ${pdbus_src}/WriterSelection.cpp ${pdbus_src}/PeerMismatch.cpp
+                  ${pdbus_src}/EndpointEntity.cpp)

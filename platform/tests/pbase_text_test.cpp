@@ -1,8 +1,4 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <json/value.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -10,27 +6,19 @@
 #include <fstream>
 #include <limits>
 #include <locale>
-#include <string>
-#include <vector>
+#include <sstream>
 
 #include "pbase/CConfigLoader.h"
 #include "pbase/System.h"
-#include "pbase/Utils.h"
+#include "test_support.h"
 
 namespace Pexal {
 namespace {
 
 using Config::CConfigLoader;
+using platform_test::nested;
 using Utils::jsonToString;
 using Utils::stringToJson;
-
-std::string nested(unsigned depth, const std::string& open, const std::string& close) {
-  std::string text;
-  for (unsigned i = 0; i < depth; ++i) text += open;
-  text += "1";
-  for (unsigned i = 0; i < depth; ++i) text += close;
-  return text;
-}
 
 TEST(JsonTest, ReadsEveryKindOfValue) {
   const std::vector<std::pair<std::string, std::string>> cases = {
@@ -45,8 +33,7 @@ TEST(JsonTest, ReadsEveryKindOfValue) {
        R"("\"\\/\b\f\n\r\tA\u00e9\u20ac\ud83d\ude00")"},
       {"\"caf\xC3\xA9 \xF0\x9F\x98\x80\"", R"("caf\u00e9 \ud83d\ude00")"},
       {R"("[[{{\"]]")", R"("[[{{\"]]")"},
-      {R"("\u0000")", R"("\u0000")"},
-  };
+      {R"("\u0000")", R"("\u0000")"}};
   for (const auto& [text, printed] : cases) {
     Json::Value value;
     ASSERT_TRUE(stringToJson(text, value)) << text;
@@ -56,60 +43,15 @@ TEST(JsonTest, ReadsEveryKindOfValue) {
 
 TEST(JsonTest, RefusesWhatIsNotJsonAndLeavesTheOutputAlone) {
   using namespace std::string_literals;
-  const std::vector<std::string> cases = {
-      "",
-      " ",
-      "tru",
-      "nullx",
-      "1 2",
-      "{} x",
-      "[1,]",
-      "[,1]",
-      "[1 2]",
-      "{\"a\":1,}",
-      "{\"a\" 1}",
-      "{a:1}",
-      "{1:2}",
-      "{\"a\":}",
-      "{",
-      "[",
-      "]",
-      "[}",
-      "\"",
-      "\"\\",
-      "'a'",
-      "01",
-      "-",
-      "[-]",
-      "+1",
-      "1.",
-      ".5",
-      "1e",
-      "1e+",
-      "0x10",
-      "1e999",
-      "-1e999",
-      "NaN",
-      "Infinity",
-      "-Infinity",
-      "\"a\nb\"",
-      "\"\\x\"",
-      "\"\\u12\"",
-      "\"\\u12g4\"",
-      "\"\\ud800\"",
-      "\"\\udc00\"",
-      "\"\\ud800\\u0041\"",
-      "/*c*/1",
-      "1//c",
-      "1\0"s,
-      "\0"s,
-      R"({"a":1,"a":2})",
-      nested(65, "[", "]"),
-      nested(1000, "[", "]"),
-      nested(1000, "{\"a\":", "}"),
-      std::string(2'000'000, '['),
-      std::string(Utils::kMaxJsonBytes, ' ') + "1",
-  };
+  std::vector<std::string> cases = {"", "1\0"s, "\0"s, "\"a\nb\"", nested(65)};
+  cases.insert(cases.end(),
+               {nested(1000), nested(1000, "{\"a\":", "}"), std::string(2'000'000, '['),
+                std::string(Utils::kMaxJsonBytes, ' ') + "1"});
+  std::istringstream texts(  // one between two bars
+      R"( |tru|nullx|1 2|{} x|[1,]|[,1]|[1 2]|{"a":1,}|{"a" 1}|{a:1}|{1:2}|{"a":}|{|[|]|[}|"|"\|'a'|)"
+      R"(01|-|[-]|+1|1.|.5|1e|1e+|0x10|1e999|-1e999|NaN|Infinity|-Infinity|"\x"|"\u12"|"\u12g4"|)"
+      R"("\ud800"|"\udc00"|"\ud800\u0041"|/*c*/1|1//c|{"a":1,"a":2})");
+  for (std::string text; std::getline(texts, text, '|');) cases.push_back(text);
   const Json::Value before = "untouched";
   for (const auto& text : cases) {
     Json::Value value = before;
@@ -120,7 +62,7 @@ TEST(JsonTest, RefusesWhatIsNotJsonAndLeavesTheOutputAlone) {
 
 TEST(JsonTest, BoundsAreInclusive) {
   Json::Value value;
-  EXPECT_TRUE(stringToJson(nested(Utils::kMaxJsonDepth, "[", "]"), value));
+  EXPECT_TRUE(stringToJson(nested(Utils::kMaxJsonDepth), value));
   EXPECT_TRUE(stringToJson(std::string(Utils::kMaxJsonBytes - 1, ' ') + "1", value));
   std::string siblings = "[";  // depth is nesting, not the number of brackets
   for (int i = 0; i < 1000; ++i) siblings += "[],";
@@ -196,18 +138,13 @@ TEST_F(FileTest, RefusesWhatIsNoConfigurationAndLeavesTheOutputAlone) {
   std::filesystem::create_directory(directory_ / "directory");
   std::filesystem::create_symlink("nowhere", directory_ / "dangling");
   std::filesystem::resize_file(write("huge", ""), (4U << 20) + 1);
-  const std::vector<std::string> cases = {
-      path("missing"),
-      path("fifo"),
-      path("directory"),
-      path("dangling"),
-      path("huge"),
-      "/dev/zero",
-      "",
-      write("empty", ""),
-      write("broken", "{\"a\": "),
-      path("good") + std::string("\0x", 2),
-  };
+  write("empty", "");
+  write("broken", "{\"a\": ");
+  std::vector<std::string> cases = {"", "/dev/zero", path("good") + std::string("\0x", 2)};
+  for (const char* const name :
+       {"missing", "fifo", "directory", "dangling", "huge", "empty", "broken"}) {
+    cases.push_back(path(name));
+  }
   for (const auto& file : cases) {
     Json::Value config = "untouched";
     EXPECT_FALSE(CConfigLoader::instance()->loadConfig(file, config)) << file;

@@ -1,25 +1,21 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <array>
 #include <atomic>
-#include <memory>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "pbase/CSemaphore.h"
-#include "pbase/CThread.h"
 #include "pbase/CTime.h"
-#include "pbase/ILogger.h"
 #include "pbase/System.h"
 #include "pbase/VirtualClock.h"
+#include "test_support.h"
 
 namespace Pexal::PBase {
 namespace {
 
-constexpr std::uint32_t kPatienceMs = 20'000;
+using platform_test::kDeadlineMs;
+using platform_test::LogWatch;
+using platform_test::startThread;
 
 TEST(ThreadTest, RunsAgainAfterItsEndButNotTwiceAtOnce) {
   VirtualClock clock;
@@ -46,51 +42,36 @@ TEST(ThreadTest, RunsAgainAfterItsEndButNotTwiceAtOnce) {
 TEST(ThreadTest, DestructionEndsASleepInRealTime) {
   const auto before = CTime::getCurrentMilliSecond();
   CSemaphore started(0);
-  {
-    CThreadLite thread("sleeper", 0, 0, 0, [&] {
-      started.post();
-      CThread::sleep(600'000);
-    });
-    ASSERT_TRUE(thread.createThread());
-    ASSERT_TRUE(started.wait(kPatienceMs));
-  }
-  EXPECT_LT(CTime::getCurrentMilliSecond() - before, kPatienceMs);
-}
-
-TEST(ThreadTest, IsNotOverBeforeTheBodyHasReturned) {
-  VirtualClock clock;
-  bool returned = false;
-  CThreadLite thread("slow end", 0, 0, 0, [&] {
+  auto sleeper = startThread([&] {
+    started.post();
     CThread::sleep(600'000);
-    CSemaphore cleanup(0);
-    (void)cleanup.wait(500);  // only sleeps are cancelled
-    returned = true;
   });
-  ASSERT_TRUE(thread.createThread());
-  clock.advance(0);
-  thread.cancelThread();
-  clock.advance(499);
-  EXPECT_FALSE(thread.isThreadOver());
-  clock.advance(1);
-  EXPECT_TRUE(thread.isThreadOver());
-  EXPECT_TRUE(returned);
+  ASSERT_TRUE(started.wait(kDeadlineMs));
+  sleeper.reset();
+  EXPECT_LT(CTime::getCurrentMilliSecond() - before, kDeadlineMs);
 }
 
-TEST(ThreadTest, PollingOnACancelledThreadNeitherSpinsNorStopsTime) {
+TEST(ThreadTest, OnlySleepsAreCancelledAndLaterOnesAreShort) {
   VirtualClock clock;
   unsigned polls = 0;
   CSemaphore never(0);
-  CThreadLite other("other", 0, 0, 0, [&] { (void)never.wait(50); });
-  CThreadLite thread("poller", 0, 0, 0, [&] {
+  const auto thread = startThread([&] {
     CThread::sleep(600'000);
-    for (; !other.isThreadOver(); ++polls) CThread::sleep(10);
+    (void)never.wait(500);
   });
-  ASSERT_TRUE(other.createThread());
-  ASSERT_TRUE(thread.createThread());
-  thread.cancelThread();
-  clock.advance(51);
-  EXPECT_TRUE(thread.isThreadOver());
-  EXPECT_LE(polls, 51U);
+  const auto poller = startThread([&] {
+    CThread::sleep(600'000);
+    for (; !thread->isThreadOver(); ++polls) CThread::sleep(10);
+  });
+  clock.advance(0);
+  thread->cancelThread();
+  poller->cancelThread();
+  clock.advance(499);
+  EXPECT_FALSE(thread->isThreadOver()) << "before its body has returned";
+  clock.advance(2);
+  EXPECT_TRUE(thread->isThreadOver());
+  EXPECT_TRUE(poller->isThreadOver());
+  EXPECT_LE(polls, 501U) << "it spins";
 }
 
 /// A worker that owns itself and lets go of itself from its own body.
@@ -115,41 +96,28 @@ TEST(ThreadTest, ObjectDestroyedOnItsOwnThreadEndsByItself) {
     CThread& thread = *owner->thread;
     owner.reset();
     ASSERT_TRUE(thread.createThread());
-    ASSERT_TRUE(ended.wait(kPatienceMs));
+    ASSERT_TRUE(ended.wait(kDeadlineMs));
     EXPECT_TRUE(watch.expired());
   }
 }
 
 TEST(ThreadTest, ExceptionIsLoggedAndEndsTheThread) {
   VirtualClock clock;
-  std::vector<std::string> records;
-  ILogger::instance()->enableConsole(false);
-  const auto sink = ILogger::instance()->addSink([&](std::uint32_t level, const char* text, int) {
-    records.push_back(std::to_string(level) + " " + text);
-  });
-  bool wellKnown = true;
-  CThreadLite thread("thrower", 0, 0, 0, [&] {
-    if (wellKnown) throw std::runtime_error("out of cheese");
-    throw 42;
-  });
-  for (const bool known : {true, false}) {
-    wellKnown = known;
-    ASSERT_TRUE(thread.createThread());
-    clock.advance(0);
-    EXPECT_TRUE(thread.isThreadOver());
-  }
-  ILogger::instance()->removeSink(sink);
-  ILogger::instance()->enableConsole(true);
-  EXPECT_THAT(records,
-              testing::ElementsAre(
-                  testing::HasSubstr("4 [CThread]thrower ended by an exception: out of cheese"),
-                  testing::HasSubstr("unknown type")));
+  const LogWatch log;
+  const auto known = startThread([] { throw std::runtime_error("out of cheese"); }, "thrower");
+  const auto unknown = startThread([] { throw 42; }, "other");
+  clock.advance(0);
+  EXPECT_TRUE(known->isThreadOver() && unknown->isThreadOver());
+  EXPECT_EQ(log.with("4 [CThread]thrower ended by an exception: out of cheese").size(), 1U);
+  EXPECT_EQ(log.with("4 [CThread]other ended by an exception").size(), 1U) << log.all();
 }
 
-TEST(ThreadTest, HasItsNameAndStack) {
+TEST(ThreadTest, HasItsNameStackAndErrno) {
   VirtualClock clock;
+  setLastErrno(29);
   std::string name;
   std::size_t stackBytes = 0;
+  std::array<std::uint32_t, 2> errors{1, 1};
   // SCHED_FIFO may be refused to this process; the thread runs all the same.
   CThreadLite thread("robotSdk:HLClient", 64, 1, 1, [&] {
     std::array<char, 16> buffer{};
@@ -159,56 +127,39 @@ TEST(ThreadTest, HasItsNameAndStack) {
     pthread_getattr_np(pthread_self(), &attributes);
     pthread_attr_getstacksize(&attributes, &stackBytes);
     pthread_attr_destroy(&attributes);
+    errors[0] = getLastErrno();
+    setLastErrno(7);
+    errors[1] = getLastErrno();
   });
   ASSERT_TRUE(thread.createThread());
   clock.advance(0);
   EXPECT_EQ(name, "robotSdk:HLClie");
   EXPECT_GE(stackBytes, 4U << 20);
+  EXPECT_THAT(errors, testing::ElementsAre(0U, 7U));
+  EXPECT_EQ(getLastErrno(), 29U);
 }
 
 TEST(ThreadTest, SurvivesBeingCancelledAndWatchedFromEverywhere) {
-  CSemaphore finished(0);
   std::atomic<bool> stop{false};
   CThreadLite target("target", 0, 0, 0, [] {
     while (CThread::looping()) CThread::sleep(1);
   });
   std::vector<std::unique_ptr<CThread>> meddlers;
   for (int i = 0; i < 3; ++i) {
-    meddlers.push_back(std::make_unique<CThreadLite>("meddler", 0, 0, 0, [&] {
+    meddlers.push_back(startThread([&] {
       while (!stop) {
         target.cancelThread();
         (void)target.isThreadOver();
       }
     }));
-    ASSERT_TRUE(meddlers.back()->createThread());
   }
   int starts = 0;
-  const auto deadline = CTime::getCurrentMilliSecond() + kPatienceMs;
+  const auto deadline = CTime::getCurrentMilliSecond() + kDeadlineMs;
   while (starts < 30 && CTime::getCurrentMilliSecond() < deadline) {
     if (target.createThread()) ++starts;
   }
   stop = true;
   EXPECT_EQ(starts, 30);
-}
-
-TEST(ThreadTest, LastErrnoBelongsToTheThread) {
-  setLastErrno(29);
-  std::uint32_t before = 1;
-  std::uint32_t after = 0;
-  {
-    CSemaphore done(0);
-    CThreadLite thread("errno", 0, 0, 0, [&] {
-      before = getLastErrno();
-      setLastErrno(7);
-      after = getLastErrno();
-      done.post();
-    });
-    ASSERT_TRUE(thread.createThread());
-    ASSERT_TRUE(done.wait(kPatienceMs));
-  }
-  EXPECT_EQ(before, 0U);
-  EXPECT_EQ(after, 7U);
-  EXPECT_EQ(getLastErrno(), 29U);
 }
 
 }  // namespace

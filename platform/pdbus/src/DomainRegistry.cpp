@@ -1,15 +1,36 @@
 #include "DomainRegistry.h"
 
+#include <atomic>
+#include <cstdio>
 #include <mutex>
 #include <string_view>
 
 #include "DDSContextLog.h"
+#include "EndpointEntity.h"
 #include "pbase/CConfigLoader.h"
 
 namespace Pexal::PDBus {
 namespace {
 
 constexpr const char* kUnit = "DomainRegistry";
+
+/// What libddsc logs at other times goes where it would by itself, but its warnings at most once a
+/// second: it has one for each sample of a peer that it can't decode. It doesn't go to our log,
+/// whose sinks may use DDS, since libddsc holds locks here.
+void logSparingly(void*, const dds_log_data_t* data) {
+  static LogLimiter limiter;
+  static std::atomic<std::uint32_t> leftOut{0};
+  const bool grave = (data->priority & (DDS_LC_FATAL | DDS_LC_ERROR)) != 0;
+  if (!grave && !limiter.permit()) {
+    ++leftOut;
+    return;
+  }
+  if (const std::uint32_t count = leftOut.exchange(0); count > 0) {
+    static_cast<void>(std::fprintf(stderr, "dds: %u warnings were left out\n", count));
+  }
+  const auto size = static_cast<int>(data->hdrsize + data->size);  // without the line's end
+  static_cast<void>(std::fprintf(stderr, "%.*s\n", size, data->message - data->hdrsize));
+}
 
 /// What libddsc logs while this lives. Its result codes say little ("Error"); the cause is only in
 /// its log. One at a time; libddsc may log from any of its threads.
@@ -25,7 +46,7 @@ class LogCapture {
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
   // libddsc changes a sink only once no call of the old one is running.
-  ~LogCapture() { dds_set_log_sink(nullptr, nullptr); }
+  ~LogCapture() { dds_set_log_sink(logSparingly, nullptr); }
 
   [[nodiscard]] std::string text() const {
     const std::lock_guard lock(mutex_);
@@ -124,6 +145,7 @@ void DomainRegistry::leave(std::uint32_t id) noexcept {
   if (found == domains_.end() || found->second.users == 0) return;
   --found->second.users;
   closeUnused(id);
+  if (domains_.empty()) dds_set_log_sink(nullptr, nullptr);
 }
 
 void DomainRegistry::closeUnused(std::uint32_t id) noexcept {

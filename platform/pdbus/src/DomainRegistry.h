@@ -16,8 +16,8 @@ namespace Pexal::PDBus {
 /// last has left; one that somebody else created is used and left alone.
 ///
 /// While a domain is joined, libddsc's log goes to this library (its result codes don't tell the
-/// cause); after that to libddsc's own default. A sink that the application has set itself is lost
-/// by it.
+/// cause); after that to standard error as before, with warnings thinned to one a second. A sink
+/// that the application has set itself is lost by it.
 ///
 /// Threading: any thread; operations wait for each other. mutex_ is a leaf and held while libddsc
 /// opens and closes its sockets.

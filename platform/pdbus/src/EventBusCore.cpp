@@ -4,6 +4,7 @@
 #include <cstring>
 #include <iterator>
 #include <mutex>
+#include <unordered_map>
 #include <utility>
 
 #include "pbase/CTime.h"
@@ -15,7 +16,15 @@ using Lock = std::unique_lock<PBase::CMutex>;
 
 EventBusCore::EventBusCore(EventBusSettings settings,
                            std::shared_ptr<EventBusDispatcher> dispatcher)
-    : settings_(std::move(settings)), dispatcher_(std::move(dispatcher)), outbox_([this] {
+    : settings_(std::move(settings)),
+      dispatcher_(std::move(dispatcher)),
+      writerPeers_("topic " + (settings_.serverRole ? eventsToServer(settings_.server)
+                                                    : eventsToClients(settings_.server)),
+                   [this] { noteMatchesChanged(); }),
+      readerPeers_("topic " + (settings_.serverRole ? eventsToClients(settings_.server)
+                                                    : eventsToServer(settings_.server)),
+                   [this] { noteMatchesChanged(); }),
+      outbox_([this] {
         const Lock lock(mutex_);
         outboxFilled_ = true;
         changed_.notifyAll();
@@ -42,6 +51,7 @@ bool EventBusCore::openReader(dds_entity_t participant, const std::string& topic
   const ListenerPtr listener = makeListener(this);
   dds_lset_data_available(listener.get(), onEvent);
   dds_lset_subscription_matched(listener.get(), onWritersChanged);
+  writerPeers_.listenWith(listener.get());
   reader_ =
       checkedEntity(dds_create_reader(participant, readerTopic_.get(), qos.get(), listener.get()),
                     "event reader", settings_.server);
@@ -56,6 +66,7 @@ bool EventBusCore::openWriter(dds_entity_t participant, const std::string& topic
   const QosPtr qos = reliableQos(EventBusOutbox::kWriteMs);
   const ListenerPtr listener = makeListener(this);
   dds_lset_publication_matched(listener.get(), onReadersChanged);
+  readerPeers_.listenWith(listener.get());
   writer_ =
       checkedEntity(dds_create_writer(participant, writerTopic_.get(), qos.get(), listener.get()),
                     "event writer", settings_.server);
@@ -80,10 +91,13 @@ void EventBusCore::onReadersChanged(dds_entity_t, dds_publication_matched_status
 
 void EventBusCore::onWritersChanged(dds_entity_t, dds_subscription_matched_status_t,
                                     void* argument) {
-  auto& core = *static_cast<EventBusCore*>(argument);
-  const Lock lock(core.mutex_);
-  core.matchesChanged_ = true;
-  core.changed_.notifyAll();
+  static_cast<EventBusCore*>(argument)->noteMatchesChanged();
+}
+
+void EventBusCore::noteMatchesChanged() {
+  const Lock lock(mutex_);
+  matchesChanged_ = true;
+  changed_.notifyAll();
 }
 
 void EventBusCore::onEvent(dds_entity_t reader, void* argument) {
@@ -160,6 +174,8 @@ void EventBusCore::housekeep() {
     if (chores.readerAdded) outbox_.repeatOpen();
     outboxStuck_ = outbox_.pump();
     if (chores.stopping) break;
+    writerPeers_.report();
+    readerPeers_.report();
     if (peers_) {
       if (chores.matchesChanged) peers_->matchesChanged();
       handOnHeld();
@@ -172,25 +188,34 @@ void EventBusCore::housekeep() {
 
 void EventBusCore::handOnHeld() {
   const std::uint64_t now = PBase::CTime::getCurrentMicroSecond();
-  std::vector<dds_instance_handle_t> blocked;  // whose later events have to wait behind
+  std::unordered_map<dds_instance_handle_t, Blocked> blocked;  // later events wait behind
   std::deque<HeldEvent> kept;
-  std::size_t handedOn = 0;
+  std::size_t gone = 0;
   std::size_t bytes = 0;
+  std::uint32_t crowdedOut = 0;
   for (HeldEvent& held : held_) {
-    if (std::ranges::find(blocked, held.writer) == blocked.end() &&
-        peers_->mayHandOn(held.writer, held.sinceUs, now)) {
-      ++handedOn;
-      bytes += held.event.value.payload._length;
+    const std::size_t size = held.event.value.payload._length;
+    if (!blocked.contains(held.writer) && peers_->mayHandOn(held.writer, held.sinceUs, now)) {
       dispatcher_->enqueue(std::move(held.event));
-    } else {
-      blocked.push_back(held.writer);
+    } else if (Blocked& before = blocked[held.writer];
+               before.count < kMaxBlocked && before.bytes + size <= kMaxBlockedBytes) {
+      ++before.count;
+      before.bytes += size;
       kept.push_back(std::move(held));
+      continue;
+    } else {
+      ++crowdedOut;
     }
+    ++gone;
+    bytes += size;
   }
   held_ = std::move(kept);
-  const Lock lock(mutex_);
-  waiting_ -= handedOn;
-  waitingBytes_ -= bytes;
+  {
+    const Lock lock(mutex_);
+    waiting_ -= gone;
+    waitingBytes_ -= bytes;
+  }
+  complain(crowdedOut, "dropped events of a client that can't be answered");
 }
 
 void EventBusCore::complain(std::uint32_t count, const char* what) {

@@ -14,6 +14,7 @@
 #include "EventBusOutbox.h"
 #include "EventBusPeers.h"
 #include "EventBusWire.h"
+#include "PeerMismatch.h"
 
 namespace Pexal::PDBus {
 
@@ -42,6 +43,9 @@ class EventBusCore {
   static constexpr std::size_t kMaxPublishers = 1024;
   static constexpr std::size_t kMaxHeld = 1024;
   static constexpr std::size_t kMaxHeldBytes = 16U << 20;
+  // Of these, what one sender whose way back isn't there yet may take up.
+  static constexpr std::size_t kMaxBlocked = kMaxHeld / 4;
+  static constexpr std::size_t kMaxBlockedBytes = kMaxHeldBytes / 4;
   static constexpr std::uint64_t kIdleMs = 60000;
   static constexpr std::uint64_t kStuckRetryMs = 20;
   static constexpr std::uint64_t kLeaveMs = 2000;
@@ -50,6 +54,11 @@ class EventBusCore {
     dds_instance_handle_t writer;
     std::uint64_t sinceUs;
     EventSample event;
+  };
+  /// What waits of one writer.
+  struct Blocked {
+    std::size_t count = 0;
+    std::size_t bytes = 0;
   };
   /// What has been seen of one publisher.
   struct Publisher {
@@ -78,6 +87,7 @@ class EventBusCore {
   [[nodiscard]] bool isNew(const Pexal_PDBus_Event& event);
   [[nodiscard]] Chores awaitChores();
   void handOnHeld();
+  void noteMatchesChanged();
   void complain(std::uint32_t count, const char* what);
   void close();
 
@@ -91,6 +101,8 @@ class EventBusCore {
   const std::shared_ptr<EventBusDispatcher> dispatcher_;
   UseGate gate_;
   LogLimiter log_;
+  PeerMismatch writerPeers_;
+  PeerMismatch readerPeers_;
   Entity writerTopic_;
   Entity readerTopic_;
   Entity writer_;

@@ -64,7 +64,7 @@ void Reader::remove() {
     const std::lock_guard lock(mutex_);
     removed_ = true;
   }
-  finishStop(PBase::CTime::getCurrentMicroSecond() + kCallbackWaitMs * std::uint64_t{1000});
+  finishStop(PBase::CTime::getCurrentMicroSecond() + kRemovalWaitMs * std::uint64_t{1000});
   const std::lock_guard lock(mutex_);
   attachments_.clear();
 }

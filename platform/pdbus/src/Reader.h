@@ -19,8 +19,10 @@ namespace Pexal::PDBus {
 /// (held while DDS entities are made and attached, never during a callback or a wait).
 class Reader final : public IBaseDDSReader {
  public:
-  /// How long a removal waits for a callback in flight.
+  /// How long a callback in flight is waited for: when the DDS layer is shut down, and when only
+  /// this reader is removed.
   static constexpr std::uint32_t kCallbackWaitMs = 3000;
+  static constexpr std::uint32_t kRemovalWaitMs = 1000;
 
   explicit Reader(ReaderSettings settings);
   ~Reader() override;

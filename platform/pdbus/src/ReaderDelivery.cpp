@@ -19,21 +19,6 @@ constexpr dds::core::Duration kLongWait(60, 0);
 constexpr std::uint32_t kPauseAfterErrorMs = 100;
 constexpr std::uint64_t kReportIntervalMs = 1000;
 
-const char* policyName(std::uint32_t policy) {
-  switch (policy) {
-    case DDS_DURABILITY_QOS_POLICY_ID:
-      return "durability";
-    case DDS_RELIABILITY_QOS_POLICY_ID:
-      return "reliability";
-    case DDS_TYPE_CONSISTENCY_ENFORCEMENT_QOS_POLICY_ID:
-      return "type";
-    case DDS_DATA_REPRESENTATION_QOS_POLICY_ID:
-      return "data representation";
-    default:
-      return "quality of service";
-  }
-}
-
 dds::topic::AnyTopic makeTopic(const dds::domain::DomainParticipant& participant,
                                const ReaderSettings& settings, WriterSelection& writers) {
   dds::topic::AnyTopic topic(participant, settings.topic, settings.type);
@@ -52,6 +37,9 @@ dds::sub::AnyDataReader makeReader(const dds::domain::DomainParticipant& partici
 ReaderDelivery::ReaderDelivery(const dds::domain::DomainParticipant& participant,
                                std::shared_ptr<const ReaderSettings> settings)
     : settings_(std::move(settings)),
+      mismatch_(
+          "dds reader(" + settings_->domain + ':' + settings_->topic + ')',
+          [this] { static_cast<void>(dds_set_guardcondition(wake_.get_ddsc_entity(), true)); }),
       writers_(settings_->takesWriter, settings_->domain + ':' + settings_->topic),
       topic_(makeTopic(participant, *settings_, writers_)),
       reader_(makeReader(participant, topic_, *settings_)),
@@ -62,13 +50,13 @@ ReaderDelivery::ReaderDelivery(const dds::domain::DomainParticipant& participant
   waitSet_.attach_condition(wake_).attach_condition(samples_);
   const std::unique_ptr<dds_listener_t, void (*)(dds_listener_t*)> listener(
       dds_create_listener(this), dds_delete_listener);
-  dds_lset_requested_incompatible_qos(listener.get(), &ReaderDelivery::onIncompatibleQos);
+  mismatch_.listenWith(listener.get());
   dds::core::detail::check(dds_set_listener(reader_.get_ddsc_entity(), listener.get()),
                            "dds_set_listener");
   // Writers that were there before the listener have been judged already.
   dds_requested_incompatible_qos_status_t status{};
   dds_get_requested_incompatible_qos_status(reader_.get_ddsc_entity(), &status);
-  if (status.total_count > 0) mismatch_ = status.last_policy_id;
+  if (status.total_count > 0) mismatch_.noteWriter(status.last_policy_id);
 }
 
 ReaderDelivery::~ReaderDelivery() {
@@ -162,22 +150,11 @@ void ReaderDelivery::reportCallbackFailure(const char* text) {
             settings_->topic.c_str(), text);
 }
 
-void ReaderDelivery::onIncompatibleQos(dds_entity_t, dds_requested_incompatible_qos_status_t status,
-                                       void* delivery) {
-  // On a receive thread: note it and wake, no more.
-  auto* const self = static_cast<ReaderDelivery*>(delivery);
-  self->mismatch_ = status.last_policy_id;
-  static_cast<void>(dds_set_guardcondition(self->wake_.get_ddsc_entity(), true));
-}
-
 void ReaderDelivery::reportMismatch() {
-  const std::uint32_t policy = mismatch_.exchange(0);
-  if (policy == 0) return;
+  if (!mismatch_.pending()) return;
   wake_.trigger_value(false);
   if (stopping_) wake_.trigger_value(true);  // a stop that came in between stays visible
-  if (std::exchange(mismatchReported_, true)) return;
-  PDBUS_LOG(3, kUnit, "dds reader(%s:%s): a writer's %s doesn't match, nothing of it is received\n",
-            settings_->domain.c_str(), settings_->topic.c_str(), policyName(policy));
+  mismatch_.report();
 }
 
 void ReaderDelivery::closeEntities() noexcept {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "PeerMismatch.h"
 #include "WriterSelection.h"
 #include "pbase/CMutex.h"
 #include "pbase/CThread.h"
@@ -64,14 +65,12 @@ class ReaderDelivery : public std::enable_shared_from_this<ReaderDelivery> {
   void reportCallbackFailure(const char* text);
   void reportMismatch();
   void closeEntities() noexcept;
-  static void onIncompatibleQos(dds_entity_t reader, dds_requested_incompatible_qos_status_t status,
-                                void* delivery);
 
   const std::shared_ptr<const ReaderSettings> settings_;
 
   // What DDS's threads touch goes before the reader, so that it is there as long as the reader.
   dds::core::cond::GuardCondition wake_;
-  std::atomic<std::uint32_t> mismatch_{0};  ///< policy of a writer that doesn't match; 0: none yet
+  PeerMismatch mismatch_;
   std::atomic<bool> stopping_{false};
   WriterSelection writers_;
 
@@ -83,7 +82,6 @@ class ReaderDelivery : public std::enable_shared_from_this<ReaderDelivery> {
   // Used by the delivery thread only.
   dds::core::cond::ConditionSeq triggered_;
   std::unique_ptr<void, SampleDeleter> sample_;
-  bool mismatchReported_ = false;
   std::uint64_t lastFailureReportMs_ = 0;
 
   PBase::CMutex mutex_;  // guards ended_ and thread_

@@ -14,7 +14,10 @@ namespace Pexal::PDBus {
 
 using Lock = std::unique_lock<PBase::CMutex>;
 
-RpcChannel::RpcChannel() : id_(Utils::createRandomUUIDBytes()) {}
+RpcChannel::RpcChannel(const std::string& server)
+    : id_(Utils::createRandomUUIDBytes()),
+      requestPeers_("topic " + requestTopic(server)),
+      replyPeers_("topic " + replyTopic(server)) {}
 
 RpcChannel::~RpcChannel() {
   // Readers and writers before what they are made of; both wait for their listeners.
@@ -24,7 +27,7 @@ RpcChannel::~RpcChannel() {
 
 std::unique_ptr<RpcChannel> RpcChannel::create(dds_entity_t participant, const std::string& server,
                                                const std::string& partition) {
-  std::unique_ptr<RpcChannel> channel(new RpcChannel());
+  std::unique_ptr<RpcChannel> channel(new RpcChannel(server));
   if (!channel->open(participant, server, partition)) return nullptr;
   return channel;
 }
@@ -40,8 +43,10 @@ bool RpcChannel::open(dds_entity_t participant, const std::string& server,
   const ListenerPtr readerListener = makeListener(this);
   dds_lset_data_available(readerListener.get(), onReply);
   dds_lset_subscription_matched(readerListener.get(), onReplyWritersChanged);
+  replyPeers_.listenWith(readerListener.get());
   const ListenerPtr writerListener = makeListener(this);
   dds_lset_publication_matched(writerListener.get(), onServersChanged);
+  requestPeers_.listenWith(writerListener.get());
 
   const auto step = [&server](Entity& entity, dds_entity_t handle, const char* what) {
     entity = checkedEntity(handle, what, server);
@@ -90,7 +95,11 @@ RpcStatus RpcChannel::write(const Request& request, std::uint64_t number, bool o
 RpcStatus RpcChannel::send(const Request& request) {
   Lock lock(mutex_);
   if (stopped_) return RpcStatus::kStopped;
-  if (servers_.empty()) return RpcStatus::kNoServer;
+  if (servers_.empty()) {
+    lock.unlock();
+    reportPeers();
+    return RpcStatus::kNoServer;
+  }
   const std::uint64_t number = ++lastNumber_;
   lock.unlock();
   oneWaySent_ = true;
@@ -102,7 +111,11 @@ RpcChannel::Answer RpcChannel::call(const Request& request, std::uint64_t deadli
   const bool matched = matchChanged_.waitUntil(
       lock, deadlineUs, [this] { return stopped_ || (!servers_.empty() && replyWriters_ > 0); });
   if (stopped_) return {RpcStatus::kStopped, {}};
-  if (!matched) return {RpcStatus::kNoServer, {}};
+  if (!matched) {
+    lock.unlock();
+    reportPeers();
+    return {RpcStatus::kNoServer, {}};
+  }
   Pending& pending = beginPending();
   lock.unlock();
 
@@ -117,12 +130,18 @@ RpcChannel::Answer RpcChannel::call(const Request& request, std::uint64_t deadli
   Answer answer = endPending(pending);
   lock.unlock();
 
+  reportPeers();
+  return answer;
+}
+
+void RpcChannel::reportPeers() {
+  requestPeers_.report();
+  replyPeers_.report();
   if (const std::uint32_t stray = strayReplies_.load(std::memory_order_relaxed);
       stray > 0 && strayLog_.permit()) {
     strayReplies_.fetch_sub(stray, std::memory_order_relaxed);
     ILogger::instance()->log(3, kLogTag, "dropped %u replies meant for another client\n", stray);
   }
-  return answer;
 }
 
 RpcChannel::Pending& RpcChannel::beginPending() {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "PeerMismatch.h"
 #include "RpcWire.h"
 #include "pbase/CMutex.h"
 
@@ -69,7 +70,7 @@ class RpcChannel {
     std::uint64_t match;
   };
 
-  RpcChannel();
+  explicit RpcChannel(const std::string& server);
   bool open(dds_entity_t participant, const std::string& server, const std::string& partition);
   /// Tries until libddsc takes the request or the deadline is there.
   RpcStatus write(const Request& request, std::uint64_t number, bool oneWay,
@@ -77,6 +78,7 @@ class RpcChannel {
   Pending& beginPending();
   Answer endPending(Pending& pending);
   void endCallsOfLostServers();
+  void reportPeers();
 
   static void onServersChanged(dds_entity_t writer, dds_publication_matched_status_t status,
                                void* channel);
@@ -85,6 +87,8 @@ class RpcChannel {
   static void onReply(dds_entity_t reader, void* channel);
 
   const PeerId id_;
+  PeerMismatch requestPeers_;
+  PeerMismatch replyPeers_;
   Entity requestTopic_;
   Entity replyTopic_;
   Entity subscriber_;

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "pbase/CTime.h"
 #include "pbase/ILogger.h"
 
 namespace Pexal::PDBus {
@@ -14,7 +15,8 @@ RpcRoutes::RpcRoutes(dds_entity_t participant, dds_entity_t replyTopic, std::str
     : participant_(participant),
       replyTopic_(replyTopic),
       server_(std::move(server)),
-      wake_(std::move(wake)) {}
+      wake_(std::move(wake)),
+      mismatch_("topic " + PDBus::replyTopic(server_), wake_) {}
 
 RpcRoutes::~RpcRoutes() {
   std::vector<Entity> writers;
@@ -53,6 +55,7 @@ void RpcRoutes::open(Route& route) {
   const QosPtr qos = reliableQos(kWriteMs);
   const ListenerPtr listener = makeListener(&route);
   dds_lset_publication_matched(listener.get(), onReadersChanged);
+  mismatch_.listenWith(listener.get());
   route.publisher_ = checkedEntity(dds_create_publisher(participant_, partition.get(), nullptr),
                                    "reply publisher", server_);
   if (!route.publisher_) return;
@@ -109,7 +112,14 @@ void RpcRoutes::park(Route& route, Reply reply) {
 }
 
 void RpcRoutes::sendParked() {
+  const std::uint64_t now = PBase::CTime::getCurrentMicroSecond();
+  const bool retry = now >= retryAtUs_;
+  if (retry) retryAtUs_ = now + kStuckRetryMs * 1000;
   for (auto& [handle, route] : routes_) {
+    if (route->stuck_) {
+      if (!retry || dds_wait_for_acks(route->writer_.get(), 0) != DDS_RETCODE_OK) continue;
+      route->stuck_ = false;
+    }
     while (route->readers_ > 0 && !route->parked_.empty() &&
            write(*route, route->parked_.front())) {
       route->parkedBytes_ -= route->parked_.front().document.size();
@@ -132,7 +142,8 @@ bool RpcRoutes::write(Route& route, const Reply& reply) {
   sample.reason = reply.reason;
   sample.document = octetsOf(reply.document);
   const dds_return_t result = dds_write(route.writer_.get(), &sample);
-  if (result == DDS_RETCODE_TIMEOUT) return false;
+  route.stuck_ = result == DDS_RETCODE_TIMEOUT;
+  if (route.stuck_) return false;
   if (result != DDS_RETCODE_OK && log_.permit()) {
     ILogger::instance()->log(3, kLogTag, "rpc server %s: reply not sent: %s\n", server_.c_str(),
                              dds_strretcode(result));

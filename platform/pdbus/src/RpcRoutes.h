@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "PeerMismatch.h"
 #include "RpcWire.h"
 
 namespace Pexal::PDBus {
@@ -48,6 +49,7 @@ class RpcRoutes {
     std::function<void()> wake_;
     Entity publisher_;
     Entity writer_;
+    bool stuck_ = false;  ///< libddsc took no more replies; none is tried until it got them all
     std::deque<Reply> parked_;
     std::size_t parkedBytes_ = 0;
   };
@@ -67,10 +69,15 @@ class RpcRoutes {
   /// The route of that request writer, made on the spot (without a way back) if it was never seen.
   Route& of(dds_instance_handle_t requestWriter);
   void send(Route& route, Reply reply);
-  /// Sends what was parked, as far as it goes now.
+  /// Sends what was parked, as far as it goes now. Looks at clients that are stuck once per
+  /// kStuckRetryMs only, without waiting for them, so that they cost the others nothing.
   void sendParked();
+  /// Logs which reply readers don't match, as of PeerMismatch; their news comes with `wake`.
+  void reportMismatch() { mismatch_.report(); }
   /// True while replies are parked for clients that don't acknowledge: try again soon.
   [[nodiscard]] bool hasStuck() const;
+
+  static constexpr std::uint64_t kStuckRetryMs = 20;
 
  private:
   static constexpr std::int64_t kWriteMs = 1;
@@ -89,8 +96,10 @@ class RpcRoutes {
   const dds_entity_t replyTopic_;
   const std::string server_;
   const std::function<void()> wake_;
+  PeerMismatch mismatch_;  // of all routes
   LogLimiter log_;
   std::map<dds_instance_handle_t, std::unique_ptr<Route>> routes_;
+  std::uint64_t retryAtUs_ = 0;  ///< when to look at the stuck ones next
 };
 
 }  // namespace Pexal::PDBus

@@ -7,6 +7,7 @@
 #include "DDSContext.h"
 #include "EndpointLife.h"
 #include "Endpoints.h"
+#include "PeerMismatch.h"
 #include "RpcIntake.h"
 #include "RpcRoutes.h"
 #include "RpcWire.h"
@@ -26,7 +27,9 @@ using Lock = std::unique_lock<PBase::CMutex>;
 class ServerCore {
  public:
   ServerCore(std::string server, RPCServer::Handler handler)
-      : server_(std::move(server)), handler_(std::move(handler)) {}
+      : server_(std::move(server)),
+        handler_(std::move(handler)),
+        clientMismatch_("topic " + requestTopic(server_), [this] { wake(); }) {}
   ServerCore(const ServerCore&) = delete;
   ServerCore& operator=(const ServerCore&) = delete;
   ~ServerCore() { close(); }  // before the members that the listeners use
@@ -38,7 +41,6 @@ class ServerCore {
  private:
   static constexpr std::uint64_t kIdleMs = 60000;
   static constexpr std::uint64_t kGoneRetryMs = 200;
-  static constexpr std::uint64_t kStuckRetryMs = 20;
 
   std::optional<RpcIntake::Entry> next(bool& clientsChanged);
   void serve(const RpcIntake::Entry& entry);
@@ -55,6 +57,7 @@ class ServerCore {
 
   const std::string server_;
   const RPCServer::Handler handler_;
+  PeerMismatch clientMismatch_;
   Entity requestTopic_;
   Entity replyTopic_;
   Entity subscriber_;
@@ -85,6 +88,7 @@ bool ServerCore::open(dds_entity_t participant, const std::string& partition) {
   const ListenerPtr listener = makeListener(this);
   dds_lset_data_available(listener.get(), onRequest);
   dds_lset_subscription_matched(listener.get(), onClientsChanged);
+  clientMismatch_.listenWith(listener.get());
   subscriber_ = checkedEntity(dds_create_subscriber(participant, requests.get(), nullptr),
                               "request subscriber", server_);
   if (!subscriber_) return false;
@@ -124,7 +128,9 @@ void ServerCore::beginStop() {
 
 std::optional<RpcIntake::Entry> ServerCore::next(bool& clientsChanged) {
   const bool stuck = routes_->hasStuck();
-  const std::uint64_t waitMs = stuck ? kStuckRetryMs : routes_->hasGone() ? kGoneRetryMs : kIdleMs;
+  const std::uint64_t waitMs = stuck                ? RpcRoutes::kStuckRetryMs
+                               : routes_->hasGone() ? kGoneRetryMs
+                                                    : kIdleMs;
   Lock lock(mutex_);
   changed_.waitUntil(lock, deadlineAfter(waitMs),
                      [this] { return stopping_ || clientsChanged_ || !intake_.empty(); });
@@ -140,7 +146,11 @@ void ServerCore::run() {
   for (;;) {
     bool clientsChanged = false;
     const auto entry = next(clientsChanged);
-    if (clientsChanged) routes_->findNew(reader_.get());
+    if (clientsChanged) {
+      routes_->findNew(reader_.get());
+      clientMismatch_.report();
+      routes_->reportMismatch();
+    }
     routes_->sendParked();
     if (entry) {
       serve(*entry);

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "test_support.h"
+
+namespace platform_test {
+
+/// A running peer_program; killed at the latest when this goes.
+class PeerProcess {
+ public:
+  explicit PeerProcess(std::vector<std::string> words) {
+    words.insert(words.begin(), PEER_PROGRAM);
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    EXPECT_EQ(posix_spawn(&process_, PEER_PROGRAM, nullptr, nullptr, arguments.data(), environ), 0);
+  }
+  ~PeerProcess() {
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+  }
+  PeerProcess(const PeerProcess&) = delete;
+  PeerProcess& operator=(const PeerProcess&) = delete;
+
+  void signal(int number) const { kill(process_, number); }
+  /// Waits until it has stopped itself.
+  [[nodiscard]] bool stopped() const {
+    int status = 0;
+    return waitUntil([&] { return waitpid(process_, &status, WUNTRACED | WNOHANG) == process_; }) &&
+           WIFSTOPPED(status);
+  }
+
+ private:
+  pid_t process_ = 0;
+};
+
+}  // namespace platform_test
