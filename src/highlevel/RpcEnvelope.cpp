@@ -1,5 +1,7 @@
 #include "highlevel/RpcEnvelope.h"
 
+#include <utility>
+
 #include "highlevel/ErrorCode.h"
 #include "pbase/System.h"
 #include "service/Log.h"
@@ -13,12 +15,12 @@ Json::Value makeRpcRequest(const std::string& clientId, const Json::Value& param
   return request;
 }
 
-bool readRpcReply(const Json::Value& reply, Json::Value& output) {
+bool readRpcReply(Json::Value reply, Json::Value& output) {
   output = Json::Value();
   if (!reply.isObject()) return false;
-  if (reply.isMember("params")) output = reply["params"];
+  reply.removeMember("params", &output);
   // Texts and containers have no truth value: asking the library for one would throw.
-  const Json::Value& result = reply["result"];
+  const Json::Value& result = std::as_const(reply)["result"];
   return result.isConvertibleTo(Json::booleanValue) && result.asBool();
 }
 
@@ -34,7 +36,7 @@ std::uint32_t callServer(const RpcVoice& voice, const RpcRoute& route, const std
                route.service.c_str(), method.c_str(), Pexal::PDBus::RPCServer::dumpCode(status));
     return error::kTransport;
   }
-  if (readRpcReply(reply, output)) return error::kNone;
+  if (readRpcReply(std::move(reply), output)) return error::kNone;
   MOTION_LOG(voice.unit, level::kError, "%s rpc %s::%s rejected, errno=0x%x", voice.words,
              route.service.c_str(), method.c_str(), Pexal::PBase::getLastErrno());
   return error::kRefused;

@@ -28,7 +28,7 @@ struct RpcRoute {
 
 /// True when the reply says that the request was carried out. `output` becomes the reply's "params"
 /// (null when there are none) whatever the verdict. Takes any document.
-[[nodiscard]] bool readRpcReply(const Json::Value& reply, Json::Value& output);
+[[nodiscard]] bool readRpcReply(Json::Value reply, Json::Value& output);
 
 /// Makes a request and waits for the answer, at most `timeoutMs`. Gives error::kNone, kNoEndpoint
 /// (nothing sent), kTransport or kRefused; the latter two are logged. `output` is written when an

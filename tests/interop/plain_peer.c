@@ -1,8 +1,9 @@
 /* A peer that knows nothing of the project but its IDL: plain libddsc.
  *
  * For each message type and data representation R (1: XCDR1, 2: XCDR2) it reads the topic
- * "echo/TYPE/R/in", adds one to the sample's time stamp and writes it to "echo/TYPE/R/out". It ends
- * when its standard input is closed, or after a minute.
+ * "echo/TYPE/R/in", adds one to the sample's time stamp and writes it to "echo/TYPE/R/out". What it
+ * received it prints, encapsulation header and body as they came, one line of hexadecimal digits a
+ * sample. It ends when its standard input is closed, or after a minute.
  */
 #include <dds/dds.h>
 #include <poll.h>
@@ -12,6 +13,11 @@
 #include <unistd.h>
 
 #include "Motion.h"
+
+/* Exported by libddsc, for its opaque encoded samples. */
+uint32_t ddsi_serdata_size(const struct ddsi_serdata* encoded);
+void ddsi_serdata_to_ser(const struct ddsi_serdata* encoded, size_t from, size_t size, void* out);
+void ddsi_serdata_unref(struct ddsi_serdata* encoded);
 
 enum { kTypes = 4, kRepresentations = 2, kLargestSample = 1024 };
 
@@ -69,10 +75,26 @@ static struct Echo makeEcho(dds_entity_t participant, const struct Type* type, i
   return echo;
 }
 
+static void print(dds_entity_t reader) {
+  static unsigned char bytes[kLargestSample];
+  struct ddsi_serdata* encoded = NULL;
+  dds_sample_info_t info;
+  if (checked(dds_readcdr(reader, &encoded, 1, &info, DDS_ANY_STATE), "read") == 0) return;
+  const size_t size = info.valid_data ? ddsi_serdata_size(encoded) : 0;
+  if (size > 0 && size <= sizeof bytes) {
+    ddsi_serdata_to_ser(encoded, 0, size, bytes);
+    for (size_t i = 0; i < size; ++i) printf("%02x", bytes[i]);
+    printf("\n");
+    fflush(stdout);
+  }
+  ddsi_serdata_unref(encoded);
+}
+
 static void pass(const struct Echo* echo) {
   static uint64_t sample[kLargestSample / sizeof(uint64_t)];
   void* samples[] = {sample};
   dds_sample_info_t info;
+  print(echo->reader);
   while (checked(dds_take(echo->reader, samples, &info, 1, 1), "take") > 0) {
     if (info.valid_data) {
       ++*(uint64_t*)((char*)sample + echo->type->timestamp);

@@ -6,16 +6,16 @@
 
 #include "highlevel/MotionHighLevelClientImpl.h"
 #include "pbase/CSemaphore.h"
-#include "pbase/CThread.h"
 #include "scripted/ClientHarness.h"
 
 namespace {
 
 using namespace scripted;
+using orvane::RobotSdk::makeRemoteHighLevelClient;
 using orvane::RobotSdk::MotionHighLevelClientImpl;
 using testing::ElementsAre;
+using testing::Eq;
 using testing::IsEmpty;
-using testing::Pair;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
@@ -28,102 +28,80 @@ void pass(std::uint32_t ms) {
   EXPECT_FALSE(nobodyPosts.wait(ms));
 }
 
-class Connection : public ClientTest {
- protected:
-  std::vector<std::string> subscribedTopics() {
-    std::vector<std::string> topics;
-    for (const auto& subscription : bus.subscriptions()) topics.push_back(subscription.topic);
-    return topics;
-  }
-  /// Has every answer of a method take that long.
-  void slow(const std::string& method, std::uint32_t ms) {
-    robot.on(method, [this, method, ms](const Request&) {
-      Reply reply = method == "takeMotionControl" ? robot.grant() : accepted();
-      reply.takesMs = ms;
-      return reply;
-    });
-  }
-  /// A client whose callbacks hold a token, so that its end can be seen.
-  std::weak_ptr<int> watch() {
-    auto token = std::make_shared<int>(0);
-    client->setSensorObservedCallback([token](const auto&) {});
-    return token;
-  }
-  void hostEvent(const Json::Value& payload) { bus.inject(kServer, kEventTopic, payload); }
-};
+/// The application's step inside a callback: it must not wait.
+void takesNoTime(const std::function<void()>& step) {
+  const auto begin = Pexal::PBase::CTime::getCurrentMilliSecond();
+  step();
+  EXPECT_EQ(Pexal::PBase::CTime::getCurrentMilliSecond(), begin);
+}
+
+class Connection : public ClientTest {};
 
 TEST_F(Connection, LeaseHintBelowOneAsSignedValueIsAMinute) {
-  for (const auto& [hint, lease] : {std::pair(0U, 60000U),
-                                    {2147483648U, 60000U},
-                                    {4294967295U, 60000U},
-                                    {1U, 1U},
-                                    {2147483647U, 2147483647U}}) {
+  for (const auto& [hint, lease] :
+       {std::pair(0U, 60000U), {2147483648U, 60000U}, {1U, 1U}, {2147483647U, 2147483647U}}) {
     bus.forgetRequests();
     ASSERT_TRUE(client->connect(hint));
     ASSERT_TRUE(client->connect(hint + 5)) << "connected already: changes nothing";
-    ASSERT_TRUE(client->takeMotionControl(0));
-    clock.advance(3000);
+    take();
     EXPECT_EQ(bus.requests("takeMotionControl").at(0).document["params"]["leaseTimeout"], lease);
     EXPECT_EQ(
-        log.client(1, "high level connected").back(),
+        logged(1, "high level connected").back(),
         "high level connected: clientId=unitTest leaseHint=" + std::to_string(lease) + "ms\n");
     ASSERT_TRUE(client->disconnect());
   }
 }
 
 TEST_F(Connection, FailsWithoutAnEndpoint) {
-  const auto failsWithErrorOne = [this] {
+  for (const Behaviour& lacking : {Behaviour{.rpc = false}, Behaviour{.eventBus = false}}) {
+    log.take();
+    bus.behave(lacking);
     EXPECT_FALSE(client->connect(1000));
-    EXPECT_EQ(client->getLastError(), 1U);
+    EXPECT_EQ(error(), 1U);
     EXPECT_EQ(client->getState(), 0U);
-    EXPECT_THAT(subscribedTopics(), IsEmpty());
-    EXPECT_EQ(log.client(4).back(),
-              "high level connect failed: robotServer rpc client/event unavailable\n");
-  };
-  bus.setRpcAvailable(false);
-  failsWithErrorOne();
-  bus.setRpcAvailable(true);
-  bus.setEventBusAvailable(false);
-  failsWithErrorOne();
-  bus.setEventBusAvailable(true);
+    EXPECT_THAT(bus.subscribedTopics(), IsEmpty());
+    EXPECT_THAT(
+        logged(4),
+        ElementsAre("high level connect failed: robotServer rpc client/event unavailable\n"));
+  }
+  bus.behave({});
   connect();
-  EXPECT_THAT(log.client(1, "worker started"), SizeIs(1));
 }
 
 TEST_F(Connection, DisconnectGivesBackStopsAndUnsubscribes) {
   hold();
-  EXPECT_THAT(subscribedTopics(), UnorderedElementsAre(kEventTopic, kStatusTopic));
+  EXPECT_THAT(bus.subscribedTopics(), UnorderedElementsAre(kEventTopic, kStatusTopic));
   ASSERT_TRUE(client->disconnect());
   EXPECT_EQ(client->getState(), 0U);
   EXPECT_THAT(speakers("releaseMotionControl"), ElementsAre("controller-1"));
-  EXPECT_THAT(subscribedTopics(), IsEmpty());
+  EXPECT_THAT(bus.subscribedTopics(), IsEmpty());
   for (const auto& reader : bus.readers()) EXPECT_TRUE(reader.removed) << reader.topic;
-  EXPECT_THAT(notifications.take(), IsEmpty());
+  EXPECT_EQ(told(), "");
   ASSERT_TRUE(client->disconnect());
-  EXPECT_THAT(log.client(1), ElementsAre(testing::_, testing::_, testing::_, testing::_,
-                                         "motion high level worker stopped...\n",
-                                         "motion high level client disconnected\n"));
+  EXPECT_THAT(
+      logged(1, "motion high level"),
+      ElementsAre("motion high level worker started...\n", "motion high level worker stopped...\n",
+                  "motion high level client disconnected\n"));
 }
 
 TEST_F(Connection, CallbacksAreSetBeforeConnectOnly) {
-  const auto setAll = [this](std::atomic<int>& calls) {
-    client->setConnectCallback([&calls](auto, auto) { ++calls; });
-    client->setEventCallback([&calls](const auto&, const auto&) { ++calls; });
-    client->setMotionObservedCallback([&calls](const auto&) { ++calls; });
-    client->setSensorObservedCallback([&calls](const auto&) { ++calls; });
+  const auto setAll = [this](int& events) {
+    client->setConnectCallback({});
+    client->setEventCallback([&](const auto&, const auto&) { ++events; });
+    client->setMotionObservedCallback({});
+    client->setSensorObservedCallback({});
   };
-  std::atomic<int> kept = 0;
-  std::atomic<int> late = 0;
+  int kept = 0;
+  int late = 0;
   setAll(kept);
   connect();
   setAll(late);
-  EXPECT_THAT(log.client(3),
+  EXPECT_THAT(logged(3),
               ElementsAre(" set connect callback rejected: must call before connect\n",
                           " set event callback rejected: must call before connect\n",
                           " set motion observed callback rejected: must call before connect\n",
                           " set sensor observed callback rejected: must call before connect\n"));
   hostEvent({});
-  EXPECT_EQ(kept, 1);
   ASSERT_TRUE(client->disconnect());
   setAll(late);
   connect();
@@ -133,142 +111,98 @@ TEST_F(Connection, CallbacksAreSetBeforeConnectOnly) {
 }
 
 TEST_F(Connection, EventsReachTheCallbackOnceWithTheirDetailAsText) {
-  std::vector<std::pair<std::string, std::string>> events;
+  std::string heard;
   client->setEventCallback([&](const std::string& topic, const std::string& detail) {
-    events.emplace_back(topic, detail);
+    EXPECT_EQ(topic, kEventTopic);
+    heard += detail + ';';
   });
   connect();
   hostEvent(object({{"detail", object({{"battery", 7}})}}));
-  hostEvent(object({{"other", 1}}));
-  hostEvent({});
-  hostEvent("text");
-  hostEvent(Json::Value(Json::arrayValue));
-  EXPECT_THAT(events, ElementsAre(Pair(kEventTopic, "{\"battery\":7}"), Pair(kEventTopic, "null"),
-                                  Pair(kEventTopic, "null"), Pair(kEventTopic, "null"),
-                                  Pair(kEventTopic, "null")));
+  for (const Json::Value& other : {object({{"other", 1}}), Json::Value(), Json::Value("text"),
+                                   Json::Value(Json::arrayValue)}) {
+    hostEvent(other);
+  }
+  EXPECT_EQ(heard, R"({"battery":7};null;null;null;null;)");
 }
 
 /// The harness's client is made for "dog-7", the second as the robot board makes its own.
 TEST_F(Connection, EventsOfAnotherDeviceMeanNothing) {
-  const Json::Value none;
   const std::pair<Json::Value, bool> cases[] = {
-      {"dog-7", true}, {"cat", false}, {"dog-77", false}, {"dog", false},
-      {"", true},      {none, true},   {7, true},         {Json::Value(Json::arrayValue), true}};
+      {"dog-7", true},   {"cat", false},
+      {"dog-77", false}, {"dog", false},
+      {"", true},        {Json::Value(), true},
+      {7, true},         {Json::Value(Json::arrayValue), true}};
   int events = 0;
-  client->setEventCallback([&](const auto&, const auto&) { ++events; });
+  const auto count = [&](const auto&, const auto&) { ++events; };
+  client->setEventCallback(count);
   hold();
   for (const auto& [deviceNo, taken] : cases) {
-    SCOPED_TRACE(deviceNo.toStyledString());
+    SCOPED_TRACE(text(deviceNo));
     events = 0;
     hostEvent(object({{"deviceNo", deviceNo}}));
     EXPECT_EQ(events, taken ? 1 : 0);
-    const auto status = [&, &number = deviceNo](bool controlled, const char* controller) {
-      bus.inject(
-          kServer, kStatusTopic,
-          object({{"deviceNo", number}, {"controlled", controlled}, {"controller", controller}}));
-    };
-    status(true, "other");
-    EXPECT_EQ(client->getState(), taken ? 1U : 2U);
-    status(true, "controller-1");
-    EXPECT_EQ(client->getState(), 2U);
+    for (const char* controller : {"other", "controller-1"}) {
+      controlStatus(
+          object({{"deviceNo", deviceNo}, {"controlled", true}, {"controller", controller}}));
+    }
+    EXPECT_EQ(told(), taken ? "1:5 2:0" : "");
   }
 
   const auto board =
       std::make_shared<MotionHighLevelClientImpl>(MotionHighLevelClientImpl::Kind::kBoard, "");
   events = 0;
-  board->setEventCallback([&](const auto&, const auto&) { ++events; });
+  board->setEventCallback(count);
   ASSERT_TRUE(board->connect(0));
   bus.inject("brainServer", "brainServer.host.event", object({{"deviceNo", "cat"}}));
   EXPECT_EQ(events, 1);
   board->disconnect();
 }
 
-TEST_F(Connection, ObservedRecordsReachTheCallbacksOnlyWhileConnected) {
-  auto impl = std::make_shared<MotionHighLevelClientImpl>(MotionHighLevelClientImpl::Kind::kRemote,
-                                                          "dog-7");
-  int motor = 0;
-  int level = 0;
-  impl->setMotionObservedCallback([&](const auto& record) { motor += record.motorNum; });
-  impl->setSensorObservedCallback([&](const auto& record) { level += record.gps.level; });
-  orvane::RobotSdk::ObservedMotionRecord motion{};
-  motion.motorNum = 12;
-  orvane::RobotSdk::ObservedSensorRecord sensor{};
-  sensor.gps.level = 5;
-  const auto deliver = [&] {
-    impl->deliverMotionObserved(motion);
-    impl->deliverSensorObserved(sensor);
-  };
-  deliver();
+TEST_F(Connection, RecordsThatAreStillUnderWayReachNobodyAfterDisconnect) {
+  const auto impl = std::make_shared<MotionHighLevelClientImpl>(
+      MotionHighLevelClientImpl::Kind::kRemote, "dog-7");
+  int delivered = 0;
+  impl->setMotionObservedCallback([&](const auto&) { ++delivered; });
   EXPECT_TRUE(impl->connect(0));
-  deliver();
+  impl->deliverMotionObserved({});
   impl->disconnect();
-  deliver();
-  EXPECT_EQ(motor, 12);
-  EXPECT_EQ(level, 5);
+  impl->deliverMotionObserved({});
+  EXPECT_EQ(delivered, 1);
 }
 
 TEST_F(Connection, CallbackThatThrowsHarmsNobody) {
   client->setConnectCallback([this](std::uint32_t state, std::uint32_t code) {
-    notifications.add(state, code);
+    note(state, code);
     throw std::runtime_error("application error");
   });
   client->setEventCallback([](const auto&, const auto&) { throw 5; });
   hold();
   hostEvent({});
   ASSERT_TRUE(client->releaseMotionControl());
-  clock.advance(0);
-  EXPECT_THAT(notifications.take(), ElementsAre(Pair(1, 0)));
-  EXPECT_TRUE(client->disconnect());
+  EXPECT_EQ(told(), "1:0");
 }
 
-TEST_F(Connection, NoEventCallbackRunsOnceDisconnectHasReturned) {
-  std::atomic<bool> begun = false;
-  std::atomic<bool> ended = false;
-  client->setEventCallback([&](const auto&, const auto&) {
-    begun = true;
-    pass(100);
-    ended = true;
-  });
-  connect();
-  bus.injectFromThread(kServer, kEventTopic, {});
-  clock.advance(1);
-  ASSERT_TRUE(begun && !ended);
-  ASSERT_TRUE(client->disconnect());
-  EXPECT_TRUE(ended);
-}
-
-TEST_F(Connection, DisconnectDoesNotWaitForeverForACallback) {
-  std::atomic<bool> ended = false;
-  client->setEventCallback([&](const auto&, const auto&) {
-    pass(kAmple);
-    ended = true;
-  });
-  connect();
-  bus.injectFromThread(kServer, kEventTopic, {});
-  clock.advance(1);
-  ASSERT_TRUE(client->disconnect());
-  EXPECT_FALSE(ended);
-  clock.advance(kAmple);
-  EXPECT_TRUE(ended);
+TEST_F(Connection, DisconnectWaitsForAnEventCallbackButNotForever) {
+  for (const std::uint32_t takes : {100U, kAmple}) {
+    std::atomic<int> begun = 0;
+    std::atomic<int> ended = 0;
+    client->setEventCallback([&](const auto&, const auto&) {
+      ++begun;
+      pass(takes);
+      ++ended;
+    });
+    connect();
+    bus.injectFromThread(kServer, kEventTopic, {});
+    clock.advance(1);
+    ASSERT_TRUE(begun == 1 && ended == 0);
+    ASSERT_TRUE(client->disconnect());
+    EXPECT_EQ(ended, takes == kAmple ? 0 : 1);
+    clock.advance(kAmple);
+    EXPECT_EQ(ended, 1);
+  }
 }
 
 // --- from inside callbacks ---
-
-TEST_F(Connection, DisconnectInsideTheConnectCallbackReturnsAtOnce) {
-  std::uint32_t stateInside = 99;
-  client->setConnectCallback([&](std::uint32_t, std::uint32_t) {
-    const auto begin = now();
-    EXPECT_TRUE(client->disconnect());
-    EXPECT_EQ(now(), begin);
-    stateInside = client->getState();
-  });
-  connect();
-  ASSERT_TRUE(client->takeMotionControl(0));
-  ASSERT_TRUE(until([this] { return log.client(1, "worker stopped").size() == 1; }));
-  EXPECT_EQ(stateInside, 0U);
-  EXPECT_THAT(speakers("releaseMotionControl"), ElementsAre("controller-1"));
-  EXPECT_THAT(subscribedTopics(), IsEmpty());
-}
 
 /// On the worker itself, and on the event bus's thread while the worker waits or is in a request.
 TEST_F(Connection, ReconnectInsideACallbackStartsAfreshAndGivesTheOldControlBack) {
@@ -276,20 +210,18 @@ TEST_F(Connection, ReconnectInsideACallbackStartsAfreshAndGivesTheOldControlBack
   for (const Where where : {Where::kWorker, Where::kBus, Where::kBusDuringTake}) {
     SCOPED_TRACE(static_cast<int>(where));
     bus.forgetRequests();
-    client = orvane::RobotSdk::makeRemoteHighLevelClient("dog-7");
+    client = makeRemoteHighLevelClient("dog-7");
     bool again = true;
     const auto reconnect = [&] {
       if (!std::exchange(again, false)) return;
-      const auto begin = now();
-      EXPECT_TRUE(client->disconnect());
-      EXPECT_TRUE(client->connect(0));
-      EXPECT_TRUE(client->disconnect());
-      EXPECT_TRUE(client->connect(0));
-      EXPECT_TRUE(client->takeMotionControl(kAmple));
-      EXPECT_EQ(now(), begin);
+      takesNoTime([&] {
+        EXPECT_TRUE(client->disconnect() && client->connect(0));
+        EXPECT_TRUE(client->disconnect() && client->connect(0));
+        EXPECT_TRUE(client->takeMotionControl(kAmple));
+      });
     };
     client->setConnectCallback([&](std::uint32_t state, std::uint32_t code) {
-      notifications.add(state, code);
+      note(state, code);
       if (where == Where::kWorker) reconnect();
     });
     int events = 0;
@@ -297,23 +229,19 @@ TEST_F(Connection, ReconnectInsideACallbackStartsAfreshAndGivesTheOldControlBack
       ++events;
       if (where != Where::kWorker) reconnect();
     });
-    slow("takeMotionControl", 1000);
+    robot.slow("takeMotionControl", 1000);
     connect();
     ASSERT_TRUE(client->takeMotionControl(0));
     clock.advance(where == Where::kBusDuringTake ? 3500 : 4000);
     if (where != Where::kWorker) bus.injectFromThread(kServer, kEventTopic, {});
-    const auto renewedAgain = [this] {
+    ASSERT_TRUE(until([this] {
       return bus.requests("takeMotionControl").size() == 2 && client->getState() == 2 &&
              !bus.requests("renewMotionControl").empty();
-    };
-    ASSERT_TRUE(until(renewedAgain));
-    EXPECT_THAT(speakers("takeMotionControl"), testing::Each(kOwnId));
+    }));
+    EXPECT_THAT(speakers("takeMotionControl"), testing::Each(Eq(kOwnId)));
     ASSERT_THAT(speakers("releaseMotionControl"), SizeIs(1)) << "the first grant, once";
     EXPECT_NE(speakers("renewMotionControl").back(), speakers("releaseMotionControl").back());
-    EXPECT_THAT(notifications.take(),
-                where == Where::kBusDuringTake
-                    ? testing::Matcher<std::vector<Notifications::Pair>>(ElementsAre(Pair(2, 0)))
-                    : ElementsAre(Pair(2, 0), Pair(2, 0)));
+    EXPECT_EQ(told(), where == Where::kBusDuringTake ? "2:0" : "2:0 2:0");
     events = 0;
     hostEvent({});
     EXPECT_EQ(events, 1);
@@ -321,97 +249,61 @@ TEST_F(Connection, ReconnectInsideACallbackStartsAfreshAndGivesTheOldControlBack
   }
 }
 
-TEST_F(Connection, ReleaseOfTheLastReferenceInsideACallbackReturnsAtOnce) {
-  for (const bool onWorker : {true, false}) {
-    SCOPED_TRACE(onWorker);
-    bus.forgetRequests();
-    client = makeClient();
-    const auto letGo = [this] {
-      const auto begin = now();
-      client.reset();
-      EXPECT_EQ(now(), begin);
-    };
-    client->setConnectCallback([=](std::uint32_t, std::uint32_t) {
-      if (onWorker) letGo();
-    });
-    client->setEventCallback([=](const auto&, const auto&) {
-      if (!onWorker) letGo();
-    });
-    const std::weak_ptr<int> alive = watch();
-    connect();
-    ASSERT_TRUE(client->takeMotionControl(0));
-    clock.advance(3000);
-    if (!onWorker) bus.injectFromThread(kServer, kEventTopic, {});
-    EXPECT_TRUE(until([&] { return alive.expired(); })) << "somebody still holds the client";
-    EXPECT_EQ(client, nullptr);
-    EXPECT_THAT(speakers("releaseMotionControl"), SizeIs(1));
-    EXPECT_THAT(subscribedTopics(), IsEmpty());
-  }
-}
-
 TEST_F(Connection, ConnectElsewhereWaitsForTheWorkerThatACallbackLeftBehind) {
   client->setEventCallback([this](const auto&, const auto&) { client->disconnect(); });
   connect();
-  slow("setMotionMasterRole", 4000);
+  robot.slow("setMotionMasterRole", 4000);
   ASSERT_TRUE(client->takeMotionControl(0));
   clock.advance(1000);
   hostEvent({});
-  EXPECT_THAT(log.client(1, "worker stopped"), IsEmpty()) << "it is still in its request";
+  EXPECT_THAT(logged(1, "worker stopped"), IsEmpty()) << "it is still in its request";
   ASSERT_TRUE(client->connect(0));
-  EXPECT_THAT(log.client(1, "worker stopped"), SizeIs(1));
+  EXPECT_THAT(logged(1, "worker stopped"), SizeIs(1));
   EXPECT_TRUE(client->queryMotionState(nullptr, 100)) << "usable as soon as connect returns";
 }
 
-// --- requests that are answered too late ---
+// --- disconnecting in the middle of something ---
 
-TEST_F(Connection, TakeAnsweredAfterDisconnectIsGivenBackAndNobodyHears) {
-  slow("takeMotionControl", 2000);
+TEST_F(Connection, WhatIsUnderWayAtDisconnectIsGivenBackAndNobodyHears) {
+  connect();
+  robot.slow("takeMotionControl", 2000);
+  ASSERT_TRUE(client->takeMotionControl(0));
+  clock.advance(4000);  // the grant would come in a second
+  ASSERT_TRUE(client->disconnect());
+  EXPECT_THAT(speakers("releaseMotionControl"), ElementsAre("controller-1"));
+  EXPECT_THAT(logged(1, "acquired"), IsEmpty());
+  EXPECT_EQ(told(), "");
+
+  bus.forgetRequests();
   connect();
   ASSERT_TRUE(client->takeMotionControl(0));
-  clock.advance(4000);
-  ASSERT_TRUE(client->disconnect());
-  EXPECT_EQ(client->getState(), 0U);
-  EXPECT_THAT(speakers("releaseMotionControl"), ElementsAre("controller-1"));
-  EXPECT_THAT(notifications.take(), IsEmpty());
-  EXPECT_THAT(log.client(1, "acquired"), IsEmpty());
-}
-
-TEST_F(Connection, ReleaseSentWhileDisconnectingStaysDisconnected) {
-  hold();
-  robot.on("releaseMotionControl", [](const Request&) {
-    Reply reply = accepted();
-    reply.takesMs = 100;
-    return reply;
-  });
+  clock.advance(6000);
+  EXPECT_EQ(told(), "2:0");
+  robot.slow("releaseMotionControl", 100);
   ASSERT_TRUE(client->releaseMotionControl());
   clock.advance(50);
   ASSERT_TRUE(client->disconnect());
+  EXPECT_THAT(speakers("releaseMotionControl"), ElementsAre("controller-2"));
   EXPECT_EQ(client->getState(), 0U);
-  EXPECT_THAT(notifications.take(), IsEmpty());
-  EXPECT_THAT(speakers("releaseMotionControl"), ElementsAre("controller-1"));
+  EXPECT_EQ(told(), "");
 }
 
-TEST_F(Connection, DisconnectCutsThePauseBeforeTheTake) {
-  connect();
-  ASSERT_TRUE(client->takeMotionControl(0));
-  clock.advance(1000);
-  ASSERT_TRUE(client->disconnect());
-  EXPECT_THAT(bus.requests("takeMotionControl"), IsEmpty());
-}
-
-/// The wish of one connection is none of the next one's, nor are its retries and deadlines.
+/// The wish of one connection is none of the next one's, nor are its pause, retries and deadlines.
 TEST_F(Connection, ReconnectForgetsTheWish) {
-  robot.on("setMotionMasterRole", refused());
-  connect();
-  ASSERT_TRUE(client->takeMotionControl(5000));
-  clock.advance(100);
-  ASSERT_TRUE(client->disconnect());
-  bus.forgetRequests();
-  connect();
-  EXPECT_EQ(client->getLastError(), 0U);
-  clock.advance(60'000);
-  EXPECT_THAT(bus.requests(), IsEmpty());
-  EXPECT_THAT(notifications.take(), IsEmpty());
+  for (const Reply& role : {accepted(), refused()}) {
+    robot.on("setMotionMasterRole", role);
+    connect();
+    ASSERT_TRUE(client->takeMotionControl(5000));
+    clock.advance(100);
+    ASSERT_TRUE(client->disconnect());
+    EXPECT_THAT(bus.requests("takeMotionControl"), IsEmpty());
+    bus.forgetRequests();
+    connect();
+    EXPECT_EQ(error(), 0U);
+    clock.advance(60'000);
+    EXPECT_THAT(bus.requests(), IsEmpty());
+    EXPECT_EQ(told(), "");
+  }
 }
 
 }  // namespace

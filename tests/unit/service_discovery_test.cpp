@@ -1,7 +1,5 @@
 // Discovery on the virtual clock, against a scripted event bus.
 
-#include <gmock/gmock.h>
-
 #include <stdexcept>
 
 #include "pbase/CTime.h"
@@ -16,57 +14,46 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr char kServer[] = "robotServer";
-constexpr char kRequest[] = "robotServer.discoverDevice.request";
-constexpr char kResponse[] = "robotServer.discoverDevice.response";
-const LogLine kPublishFailed{4, "publish request discover robot device failed,please retry\n"};
-
-std::string now(std::uint64_t plus = 0) {
-  return std::to_string(Pexal::PBase::CTime::getCurrentMilliSecond() + plus);
-}
-
-LogLine started(std::uint32_t windowMs) {
-  return {1, "start new discover window: " + std::to_string(windowMs) +
-                 "ms (overAt=" + now(windowMs) + ")\n"};
-}
-
-LogLine extended(std::uint32_t windowMs) {
-  return {1, "extend discover window by " + std::to_string(windowMs) +
-                 "ms (overAt=" + now(windowMs) + ")\n"};
-}
 
 class Discovery : public ServiceTest {
  protected:
-  using Found = std::vector<std::pair<std::string, std::string>>;
+  void SetUp() override { startWith(collect); }
+  void TearDown() override { stop(); }  // while the bus lives
 
-  void SetUp() override {
-    attach();
+  void startWith(const orvane::RobotSdk::RobotDiscoverCallback& callback) {
+    stop();
+    service->attachRobotDiscoverCallback(callback);
     ASSERT_TRUE(start());
     log->take();
   }
-  void TearDown() override { service->shutdown(); }  // while the bus lives
-
-  void attach() {
-    service->attachLoggerCallback(log->callback(log));
-    service->attachRobotDiscoverCallback(
-        [this](const std::string& deviceNo, const std::string& detail) {
-          found.emplace_back(deviceNo, detail);
-        });
+  void respond(const std::string& payload) {
+    bus.inject(kServer, "robotServer.discoverDevice.response", json(payload));
   }
-  void respond(const std::string& payload) { bus.inject(kServer, kResponse, json(payload)); }
+  void respondAs(const std::string& deviceNo) { respond(R"({"deviceNo": ")" + deviceNo + "\"}"); }
   [[nodiscard]] std::vector<std::uint32_t> publishedWindows() const {
     std::vector<std::uint32_t> windows;
-    for (const auto& event : bus.published()) {
+    for (const auto& event : bus.seen().published) {
       EXPECT_EQ(event.server, kServer);
-      EXPECT_EQ(event.topic, kRequest);
+      EXPECT_EQ(event.topic, "robotServer.discoverDevice.request");
       EXPECT_TRUE(event.payload.isNull());
       windows.push_back(event.openMs);
     }
     return windows;
   }
+  static LogLine windowLine(const std::string& begin, std::uint32_t ms) {
+    return {1, begin + std::to_string(ms) + "ms (overAt=" +
+                   std::to_string(Pexal::PBase::CTime::getCurrentMilliSecond() + ms) + ")\n"};
+  }
+  static LogLine started(std::uint32_t ms) { return windowLine("start new discover window: ", ms); }
+  static LogLine extended(std::uint32_t ms) { return windowLine("extend discover window by ", ms); }
 
   Pexal::PBase::VirtualClock clock;
   scripted::Bus bus;
-  Found found;
+  std::vector<std::string> found;  // "deviceNo detail"
+  const orvane::RobotSdk::RobotDiscoverCallback collect = [this](const std::string& deviceNo,
+                                                                 const std::string& detail) {
+    found.push_back(deviceNo + ' ' + detail);
+  };
 };
 
 TEST_F(Discovery, AWindowOpensExtendsForwardOnlyAndIsPublishedWithWhatIsLeftOfIt) {
@@ -81,151 +68,108 @@ TEST_F(Discovery, AWindowOpensExtendsForwardOnlyAndIsPublishedWithWhatIsLeftOfIt
   clock.advance(900);
   EXPECT_TRUE(service->discoverRobotDevice(50)) << "over at its end moment: a new window";
   EXPECT_THAT(log->take(), ElementsAre(started(50)));
-  EXPECT_THAT(publishedWindows(), ElementsAre(1000, 600, 600, 900, 50));
+  EXPECT_TRUE(service->discoverRobotDevice(0xffffffffU)) << "the widest";
+  EXPECT_THAT(publishedWindows(), ElementsAre(1000, 600, 600, 900, 50, 0xffffffffU));
 }
 
 TEST_F(Discovery, ResponsesCountUpToTheEndMomentOfTheWindow) {
-  respond(R"({"deviceNo": "early"})");
+  respondAs("early");
   ASSERT_TRUE(service->discoverRobotDevice(300));
   clock.advance(300);
-  respond(R"({"deviceNo": "last"})");
-  respond(R"({"deviceNo": "last"})");
+  respondAs("last");
+  respondAs("last");
   clock.advance(1);
-  respond(R"({"deviceNo": "late"})");
-  EXPECT_EQ(found, (Found{{"last", ""}, {"last", ""}}));
-}
-
-TEST_F(Discovery, TheWidestWindowDoesNotWrap) {
+  respondAs("late");
   ASSERT_TRUE(service->discoverRobotDevice(0xffffffffU));
-  EXPECT_THAT(publishedWindows(), ElementsAre(0xffffffffU));
   clock.advance(3'600'000);
-  respond(R"({"deviceNo": "patient"})");
-  EXPECT_EQ(found.size(), 1U);
+  respondAs("patient");
+  EXPECT_THAT(found, ElementsAre("last ", "last ", "patient "));
 }
 
-TEST_F(Discovery, ResponsesWithoutAUsableDeviceNumberAreDropped) {
+TEST_F(Discovery, ResponsesAreTakenByTheirDeviceNumberAndTheirDetailPrintedCompact) {
   ASSERT_TRUE(service->discoverRobotDevice(100));
   for (const char* payload :
        {"null", "[]", "[{\"deviceNo\": \"x\"}]", "7", "\"deviceNo\"", "true", "{}",
         R"({"deviceNo": ""})", R"({"deviceNo": 7})", R"({"deviceNo": null})",
         R"({"deviceNo": ["x"]})", R"({"deviceNo": {"deviceNo": "x"}})", R"({"DeviceNo": "x"})"}) {
     respond(payload);
+    EXPECT_THAT(std::exchange(found, {}), IsEmpty()) << payload;
   }
-  EXPECT_THAT(found, IsEmpty());
-}
-
-TEST_F(Discovery, DetailsArePrintedCompactAndEmptyOnesAsNothing) {
-  ASSERT_TRUE(service->discoverRobotDevice(100));
-  const std::vector<std::pair<std::string, std::string>> cases{
-      {"null", ""},
-      {"{}", ""},
-      {"[]", ""},
-      {R"({"b": [1, 2]})", R"({"b":[1,2]})"},
-      {R"("text")", R"("text")"},
-      {"5", "5"},
-      {"false", "false"}};
-  Found expected;
-  for (const auto& [detail, text] : cases) {
-    respond(R"({"deviceNo": "x", "detail": )" + detail + "}");
-    expected.emplace_back("x", text);
+  for (const auto& [detail, text] : {std::pair("null", "x "),
+                                     {"{}", "x "},
+                                     {"[]", "x "},
+                                     {R"({"b": [1, 2]})", R"(x {"b":[1,2]})"},
+                                     {R"("text")", R"(x "text")"},
+                                     {"false", "x false"}}) {
+    respond(R"({"deviceNo": "x", "detail": )" + std::string(detail) + "}");
+    EXPECT_THAT(std::exchange(found, {}), ElementsAre(text));
   }
-  EXPECT_EQ(found, expected);
 }
 
 TEST_F(Discovery, AFailedPublishPutsTheWindowBack) {
-  bus.setPublishResult(false);
-  const auto opened = started(500);
+  bus.behave({.publish = false});
   EXPECT_FALSE(service->discoverRobotDevice(500));
-  EXPECT_THAT(log->take(), ElementsAre(opened, kPublishFailed));
-  respond(R"({"deviceNo": "x"})");
-  EXPECT_THAT(found, IsEmpty()) << "no window";
+  EXPECT_THAT(
+      log->take(),
+      ElementsAre(started(500),
+                  LogLine{4, "publish request discover robot device failed,please retry\n"}));
+  respondAs("in no window");
 
-  bus.setPublishResult(true);
+  bus.behave({});
   ASSERT_TRUE(service->discoverRobotDevice(100));
-  bus.setPublishResult(false);
-  EXPECT_FALSE(service->discoverRobotDevice(500));
+  bus.behave({.publish = false});
+  EXPECT_FALSE(service->discoverRobotDevice(500)) << "not extended";
   clock.advance(101);
-  respond(R"({"deviceNo": "x"})");
-  EXPECT_THAT(found, IsEmpty()) << "the window was not extended";
+  respondAs("late");
+  EXPECT_THAT(found, IsEmpty());
 }
 
 TEST_F(Discovery, IsRefusedWhenNotInitialedWithoutBusOrWithoutCallback) {
-  service->shutdown();
-  attach();
-  const auto refusalOf = [this] {
+  const auto refusedWith = [this](const char* line) {
     log->take();
     EXPECT_FALSE(service->discoverRobotDevice(100));
-    auto lines = log->take();
-    return lines.empty() ? LogLine{0, "silent"} : lines.back();
+    EXPECT_THAT(log->take(), ElementsAre(LogLine{4, line}));
   };
+  stop();
   // A failed attempt leaves the logger callback in place, so that the refusal can be seen.
-  ASSERT_FALSE(service->initial("/tmp/missing.json", "probe", 0));
-  EXPECT_EQ(refusalOf(), (LogLine{4, "motion sdk service not initial ,not support discover\n"}));
-
-  bus.setEventBusAvailable(false);
-  ASSERT_TRUE(start());
-  EXPECT_EQ(refusalOf(), (LogLine{4, "motion sdk service initialed ,not support discover\n"}));
-
-  service->shutdown();
-  bus.setEventBusAvailable(true);
-  service->attachLoggerCallback(log->callback(log));
-  ASSERT_TRUE(start());
-  EXPECT_EQ(refusalOf(), (LogLine{4, "discover robot device,discover callback must valid\n"}));
+  ASSERT_FALSE(start("/tmp/missing.json"));
+  refusedWith("motion sdk service not initial ,not support discover\n");
+  bus.behave({.eventBus = false});
+  startWith(collect);
+  refusedWith("motion sdk service initialed ,not support discover\n");
+  bus.behave({});
+  startWith({});
+  refusedWith("discover robot device,discover callback must valid\n");
   EXPECT_THAT(publishedWindows(), IsEmpty());
 }
 
-TEST_F(Discovery, NothingIsHeardWithoutACallback) {
-  service->shutdown();
-  const auto before = bus.subscriptions().size();
-  ASSERT_TRUE(start());
-  EXPECT_EQ(bus.subscriptions().size(), before);
-}
-
-TEST_F(Discovery, AfterShutdownResponsesAreDroppedAndAfterANewStartEachArrivesOnce) {
+TEST_F(Discovery, AWindowEndsWithShutdownAndAfterANewStartEachResponseArrivesOnce) {
   ASSERT_TRUE(service->discoverRobotDevice(1000));
   service->shutdown();
-  respond(R"({"deviceNo": "late"})");
-  EXPECT_THAT(found, IsEmpty());
-
-  attach();
-  ASSERT_TRUE(start());
-  respond(R"({"deviceNo": "unasked"})");
-  EXPECT_THAT(found, IsEmpty()) << "the former window ended with shutdown";
+  respondAs("late");
+  startWith(collect);
+  respondAs("unasked");
   ASSERT_TRUE(service->discoverRobotDevice(1000));
-  respond(R"({"deviceNo": "once"})");
-  EXPECT_EQ(found, (Found{{"once", ""}}));
+  respondAs("once");
+  EXPECT_THAT(found, ElementsAre("once "));
 }
 
-TEST_F(Discovery, ACallbackMayThrowAndCallTheService) {
-  service->shutdown();
-  service->attachLoggerCallback(log->callback(log));
-  service->attachRobotDiscoverCallback([this](const std::string& deviceNo, const std::string&) {
-    found.emplace_back(deviceNo, service->isMultiDevice() ? "multi" : "single");
+TEST_F(Discovery, ACallbackKeepsItsOwnStateAndMayThrowAndCallTheService) {
+  startWith([this, calls = 0](const std::string& deviceNo, const std::string&) mutable {
+    found.push_back(deviceNo + std::to_string(++calls));
     EXPECT_TRUE(service->discoverRobotDevice(2000));
     service->shutdown();  // refused: it would wait for this callback
     throw std::runtime_error("no");
   });
-  StandardOutput output;
-  ASSERT_TRUE(start());
+  const auto output = captureOutput();
   ASSERT_TRUE(service->discoverRobotDevice(1000));
-  respond(R"({"deviceNo": "a"})");
+  respondAs("a");
   clock.advance(1500);
-  respond(R"({"deviceNo": "b"})");
-  EXPECT_EQ(found, (Found{{"a", "multi"}, {"b", "multi"}})) << "extended from inside";
-  EXPECT_EQ(bus.factoryShutdowns(), 1U);
-}
-
-TEST_F(Discovery, ACallbackKeepsItsOwnState) {
-  service->shutdown();
-  std::vector<int> counts;
-  service->attachRobotDiscoverCallback(
-      [&counts, count = 0](const std::string&, const std::string&) mutable {
-        counts.push_back(++count);
-      });
-  ASSERT_TRUE(start());
-  ASSERT_TRUE(service->discoverRobotDevice(1000));
-  for (int i = 0; i < 3; ++i) respond(R"({"deviceNo": "a"})");
-  EXPECT_THAT(counts, ElementsAre(1, 2, 3));
+  respondAs("b");
+  EXPECT_THAT(found, ElementsAre("a1", "b2")) << "extended from inside";
+  const std::string refusal = "shutdown must not be called from inside an sdk callback\n";
+  EXPECT_EQ(output(), refusal + refusal);
+  EXPECT_EQ(log->texts(3, "RobotDiscovery").at(0), " discover callback threw: no\n");
 }
 
 }  // namespace

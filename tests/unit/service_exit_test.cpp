@@ -11,6 +11,7 @@ namespace service_test {
 namespace {
 
 using namespace orvane::RobotSdk;
+using ClientPtr = std::shared_ptr<IMotionHighLevelClient>;
 
 std::size_t profilesLeft() {
   glob_t found{};
@@ -20,91 +21,74 @@ std::size_t profilesLeft() {
   return count;
 }
 
-/// The application: what it leaves behind is destroyed by exit(), in the order it likes least.
-class Application {
- public:
-  Application() {
-    ::alarm(60);  // a hang ends the process with a signal
-    if (!service()->initial(nullptr, "probe", 0) || profilesLeft() != 1) std::_Exit(3);
-  }
-  static IMotionSdkService* service() { return IMotionSdkService::instance(); }
-  static std::shared_ptr<IMotionHighLevelClient> connectedClient() {
-    auto client = IMotionHighLevelClient::create("robot");
-    if (client == nullptr || !client->connect(0)) std::_Exit(4);
-    return client;
-  }
-
- private:
-  scripted::Bus bus_;
-};
-
-class ServiceAtExit : public testing::Test {
- protected:
-  ServiceAtExit() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-  ~ServiceAtExit() override { EXPECT_EQ(profilesLeft(), 0U); }
-};
-
-TEST_F(ServiceAtExit, EndsWithoutShutdown) {
-  EXPECT_EXIT(
-      {
-        const Application application;
-        std::exit(0);
-      },
-      testing::ExitedWithCode(0), "");
+IMotionSdkService* startedService() {
+  ::alarm(60);  // a hang ends the process with a signal
+  auto* const service = IMotionSdkService::instance();
+  if (!service->initial(nullptr, "probe", 0) || profilesLeft() != 1) std::_Exit(3);
+  return service;
 }
 
-TEST_F(ServiceAtExit, EndsWithAClientInAnOlderStatic) {
-  EXPECT_EXIT(
-      {
-        static std::shared_ptr<IMotionHighLevelClient>
-            client;  // destroyed behind the service's exit
-        const Application application;
-        client = Application::connectedClient();
-        std::exit(0);
-      },
-      testing::ExitedWithCode(0), "");
+ClientPtr connectedClient() {
+  auto client = IMotionHighLevelClient::create("robot");
+  if (client == nullptr || !client->connect(0)) std::_Exit(4);
+  return client;
 }
 
-TEST_F(ServiceAtExit, EndsWithAClientInAYoungerStatic) {
-  EXPECT_EXIT(
-      {
-        const Application application;
-        static const auto client = Application::connectedClient();  // destroyed before it
-        std::exit(0);
-      },
-      testing::ExitedWithCode(0), "");
+// The applications: what they leave behind is destroyed by exit(), in the order it likes least.
+
+void endsWithoutShutdown() {
+  startedService();
 }
 
-TEST_F(ServiceAtExit, EndsAfterShutdownWithAConnectedClient) {
-  EXPECT_EXIT(
-      {
-        const Application application;
-        static const auto client = Application::connectedClient();
-        Application::service()->shutdown();
-        std::exit(0);
-      },
-      testing::ExitedWithCode(0), "");
+void endsWithAClientThatIsDestroyedBehindTheServicesExit() {
+  static ClientPtr olderThanTheService;
+  startedService();
+  olderThanTheService = connectedClient();
 }
 
-TEST_F(ServiceAtExit, EndsInsideACallback) {
+void endsWithAClientThatIsDestroyedBeforeIt() {
+  startedService();
+  static const ClientPtr younger = connectedClient();
+}
+
+void endsAfterShutdownWithAConnectedClient() {
+  auto* const service = startedService();
+  static const ClientPtr client = connectedClient();
+  service->shutdown();
+}
+
+void endsInsideACallback(scripted::Bus& bus) {
+  IMotionSdkService::instance()->attachRobotDiscoverCallback(
+      [](const std::string&, const std::string&) { std::exit(0); });
+  if (!startedService()->discoverRobotDevice(1000)) std::_Exit(5);
+  bus.inject("robotServer", "robotServer.discoverDevice.response", json(R"({"deviceNo": "x"})"));
+  std::_Exit(6);
+}
+
+TEST(ServiceAtExit, EndsWhateverIsLeftAndLeavesNoFile) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto exitsAfter = [](void (*application)()) {
+    const scripted::Bus bus;
+    application();
+    std::exit(0);
+  };
+  const auto succeeds = testing::ExitedWithCode(0);
+  EXPECT_EXIT(exitsAfter(endsWithoutShutdown), succeeds, "");
+  EXPECT_EXIT(exitsAfter(endsWithAClientThatIsDestroyedBehindTheServicesExit), succeeds, "");
+  EXPECT_EXIT(exitsAfter(endsWithAClientThatIsDestroyedBeforeIt), succeeds, "");
+  EXPECT_EXIT(exitsAfter(endsAfterShutdownWithAConnectedClient), succeeds, "");
   EXPECT_EXIT(
       {
-        Application::service()->attachRobotDiscoverCallback(
-            [](const std::string&, const std::string&) { std::exit(0); });
-        ::alarm(60);
         scripted::Bus bus;
-        if (!Application::service()->initial(nullptr, "probe", 0)) std::_Exit(3);
-        if (!Application::service()->discoverRobotDevice(1000)) std::_Exit(4);
-        bus.inject("robotServer", "robotServer.discoverDevice.response",
-                   json(R"({"deviceNo": "x"})"));
-        std::_Exit(5);
+        endsInsideACallback(bus);
       },
-      testing::ExitedWithCode(0), "");
+      succeeds, "");
+  EXPECT_EQ(profilesLeft(), 0U);
 }
 
-TEST_F(ServiceAtExit, AForkedChildLeavesItsParentsFilesAlone) {
-  scripted::Bus bus;
-  auto* const service = Application::service();
+TEST(ServiceAtExit, AForkedChildLeavesItsParentsFilesAlone) {
+  const scripted::Bus bus;
+  auto* const service = IMotionSdkService::instance();
   ASSERT_TRUE(service->initial(nullptr, "probe", 0));
   GTEST_FLAG_SET(death_test_style, "fast");  // a plain fork
   EXPECT_EXIT(std::exit(0), testing::ExitedWithCode(0), "");

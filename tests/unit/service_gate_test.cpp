@@ -5,78 +5,66 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <future>
 #include <optional>
+#include <string>
 
+#include "pbase/CThread.h"
+#include "pbase/VirtualClock.h"
 #include "service/CallbackScope.h"
 
 namespace orvane::RobotSdk::service {
 namespace {
 
-constexpr auto kDeadline = std::chrono::seconds(30);
+/// Another thread that tries to enter.
+class Entrant {
+ public:
+  Entrant(ServiceGate& gate, bool insideCallback, std::uint64_t limitMs = ServiceGate::kNoLimit)
+      : thread_("entrant", 0, 0, 0, [this, &gate, insideCallback, limitMs] {
+          std::optional<CallbackScope> scope;
+          if (insideCallback) scope.emplace();
+          outcome = gate.enter(limitMs) ? "entered" : "refused";
+        }) {
+    EXPECT_TRUE(thread_.createThread());
+  }
+  std::atomic<const char*> outcome{"waits"};
 
-bool entersFromCallback(ServiceGate& gate) {
-  const CallbackScope scope;
-  return static_cast<bool>(gate.enter());
-}
+ private:
+  Pexal::PBase::CThreadLite thread_;
+};
 
-TEST(ServiceGate, IsRefusedToTheThreadThatHoldsIt) {
+TEST(ServiceGate, IsRefusedToTheThreadThatHoldsItAndAfterTheLimit) {
+  Pexal::PBase::VirtualClock clock;
   ServiceGate gate;
   const auto entry = gate.enter();
   ASSERT_TRUE(entry);
   EXPECT_FALSE(gate.enter());
+  const Entrant other(gate, false, 20);
+  clock.advance(19);
+  EXPECT_STREQ(other.outcome, "waits");
+  clock.advance(1);
+  EXPECT_STREQ(other.outcome, "refused");
 }
 
-TEST(ServiceGate, LetsTheNextThreadInWhenTheHolderLeaves) {
-  ServiceGate gate;
-  std::optional<ServiceGate::Entry> entry(gate.enter());
-  std::promise<void> entering;
-  auto next = std::async(std::launch::async, [&] {
-    entering.set_value();
-    return entersFromCallback(gate);  // a callback waits too, as long as nobody waits for callbacks
-  });
-  entering.get_future().wait();
-  entry.reset();
-  ASSERT_EQ(next.wait_for(kDeadline), std::future_status::ready);
-  EXPECT_TRUE(next.get());
-}
-
-TEST(ServiceGate, RefusesACallbackThatItsHolderWaitsFor) {
-  ServiceGate gate;
-  const auto entry = gate.enter();
-  std::promise<void> entering;
-  auto callback = std::async(std::launch::async, [&] {
-    entering.set_value();
-    return entersFromCallback(gate);
-  });
-  entering.get_future().wait();
-  const ServiceGate::Draining draining(gate);
-  ASSERT_EQ(callback.wait_for(kDeadline), std::future_status::ready);
-  EXPECT_FALSE(callback.get());
-}
-
-TEST(ServiceGate, KeepsOtherThreadsWaitingMeanwhile) {
-  ServiceGate gate;
-  std::optional<ServiceGate::Entry> entry(gate.enter());
-  std::atomic<bool> left{false};
-  std::optional<ServiceGate::Draining> draining(gate);
-  auto application = std::async(std::launch::async, [&] {
-    const auto mine = gate.enter();
-    return mine && left;
-  });
-  draining.reset();
-  left = true;
-  entry.reset();
-  ASSERT_EQ(application.wait_for(kDeadline), std::future_status::ready);
-  EXPECT_TRUE(application.get());
-}
-
-TEST(ServiceGate, GivesUpAfterTheLimit) {
-  ServiceGate gate;
-  const auto entry = gate.enter();
-  auto other = std::async(std::launch::async, [&] { return static_cast<bool>(gate.enter(20)); });
-  ASSERT_EQ(other.wait_for(kDeadline), std::future_status::ready);
-  EXPECT_FALSE(other.get());
+TEST(ServiceGate, LetsTheNextThreadInWhenTheHolderLeavesButACallbackThatItWaitsFor) {
+  for (const bool insideCallback : {false, true}) {
+    for (const bool holderDrains : {false, true}) {
+      Pexal::PBase::VirtualClock clock;
+      ServiceGate gate;
+      std::optional<ServiceGate::Entry> entry(gate.enter());
+      const Entrant next(gate, insideCallback);
+      clock.advance(0);
+      EXPECT_STREQ(next.outcome, "waits");
+      std::optional<ServiceGate::Draining> draining;
+      if (holderDrains) draining.emplace(gate);
+      clock.advance(0);
+      const bool refused = insideCallback && holderDrains;
+      EXPECT_STREQ(next.outcome, refused ? "refused" : "waits");
+      draining.reset();
+      entry.reset();
+      clock.advance(0);
+      EXPECT_STREQ(next.outcome, refused ? "refused" : "entered");
+    }
+  }
 }
 
 }  // namespace

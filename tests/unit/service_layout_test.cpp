@@ -10,6 +10,8 @@ namespace service_test {
 namespace {
 
 using namespace orvane::RobotSdk;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 std::string documentOf(const std::string& motorNum, const std::string& motors) {
   return R"({"motorNum": )" + motorNum + R"(, "motors": )" + motors + "}";
@@ -28,59 +30,44 @@ class Layout : public ServiceTest {
     log->take();
     std::memset(&record, 0x5a, sizeof record);
   }
-  void TearDown() override { service->shutdown(); }
+  void TearDown() override { stop(); }
   bool parse(const std::string& text) { return service::parseMotorLayout(json(text), record); }
-  [[nodiscard]] bool untouched() const {
-    MotorLayout pattern;
-    std::memset(&pattern, 0x5a, sizeof pattern);
-    return std::memcmp(&pattern, &record, sizeof record) == 0;
+  [[nodiscard]] bool holds(const MotorLayout& expected) const {
+    return std::memcmp(&record, &expected, sizeof record) == 0;
   }
 
   scripted::Bus bus;
   MotorLayout record;
 };
 
-TEST_F(Layout, ThreeMotorsFillThreeEntriesAndTheRestIsZero) {
+TEST_F(Layout, EntriesAreFilledWithTheRestZeroAndOtherTypesReadAsAbsent) {
   ASSERT_TRUE(parse(documentOf("3", R"([{"limbNo": 1, "jointNo": 2, "name": "FL_hip"},
       {"limbNo": 65535, "jointNo": 0, "name": "a name that is longer than its field"},
       {"name": "exactly twenty-seven chars."}])")));
-  MotorLayout expected{};
-  expected.motorNum = 3;
-  expected.motors[0] = {1, 2, "FL_hip"};
-  expected.motors[1] = {65535, 0, "a name that is longer than "};
-  expected.motors[2] = {0, 0, "exactly twenty-seven chars."};
-  EXPECT_EQ(std::memcmp(&record, &expected, sizeof record), 0);
-}
+  EXPECT_TRUE(holds({3,
+                     {{1, 2, "FL_hip"},
+                      {65535, 0, "a name that is longer than "},
+                      {0, 0, "exactly twenty-seven chars."}}}));
 
-TEST_F(Layout, EntriesOfOtherTypesReadAsAbsent) {
   ASSERT_TRUE(parse(documentOf("8", R"([7, null, "x", [], {"limbNo": -1, "jointNo": "3"},
       {"limbNo": 65536, "jointNo": 1.5, "name": 9}, {"limbNo": true, "name": {"a": 1}},
       {"limbNo": 1e300, "jointNo": 18446744073709551615}])")));
-  MotorLayout expected{};
-  expected.motorNum = 8;
-  EXPECT_EQ(std::memcmp(&record, &expected, sizeof record), 0);
-}
-
-TEST_F(Layout, SixteenMotorsFitAndNoneIsALayoutToo) {
+  EXPECT_TRUE(holds({8, {}}));
   EXPECT_TRUE(parse(documentOf("16", emptyEntries(16))));
-  EXPECT_EQ(record.motorNum, 16U);
-  EXPECT_TRUE(parse(documentOf("0", "[]")));
-  EXPECT_EQ(record.motorNum, 0U);
+  EXPECT_TRUE(parse(documentOf("0", "[]"))) << "none is a layout, too";
+  EXPECT_TRUE(holds({0, {}}));
 }
 
-TEST_F(Layout, OtherDocumentsAreRejectedInSilence) {
+TEST_F(Layout, OtherDocumentsAreRejectedAndCountsThatDoNotMatchLogged) {
   for (const char* text :
        {"null", "[]", "3", "\"x\"", "{}", R"({"motorNum": 1})", R"({"motors": []})",
         R"({"motorNum": 1, "motors": {"0": {}}})", R"({"motorNum": 0, "motors": null})"}) {
     EXPECT_FALSE(parse(text)) << text;
   }
-  EXPECT_TRUE(log->take().empty());
-  EXPECT_TRUE(untouched());
-}
+  EXPECT_THAT(log->take(), IsEmpty());
 
-TEST_F(Layout, CountsThatDoNotMatchAreRejectedWithTheirNumbers) {
   const struct {
-    std::string motorNum;
+    const char* motorNum;
     int entries;
     std::string logged;
   } cases[] = {{"2", 3, "2"},
@@ -92,13 +79,15 @@ TEST_F(Layout, CountsThatDoNotMatchAreRejectedWithTheirNumbers) {
                {"true", 1, "4294967295"},
                {"4294967297", 1, "4294967295"}};
   for (const auto& row : cases) {
-    EXPECT_FALSE(parse(documentOf(row.motorNum, emptyEntries(row.entries)))) << row.motorNum;
-    EXPECT_EQ(log->take(),
-              (std::vector<LogLine>{{3, " motor layout schema mismatch: motorNum=" + row.logged +
-                                            " motors.size=" + std::to_string(row.entries) +
-                                            " max=16\n"}}));
+    EXPECT_FALSE(parse(documentOf(row.motorNum, emptyEntries(row.entries))));
+    EXPECT_THAT(
+        log->take(),
+        ElementsAre(LogLine{3, " motor layout schema mismatch: motorNum=" + row.logged +
+                                   " motors.size=" + std::to_string(row.entries) + " max=16\n"}));
   }
-  EXPECT_TRUE(untouched());
+  MotorLayout untouched;
+  std::memset(&untouched, 0x5a, sizeof untouched);
+  EXPECT_TRUE(holds(untouched));
 }
 
 }  // namespace

@@ -1,16 +1,14 @@
 #pragma once
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <json/value.h>
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <fstream>
 #include <memory>
-#include <mutex>
-#include <ostream>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -18,73 +16,19 @@
 
 #include "orvane/RobotSdk/RobotSdk.h"
 #include "pbase/Utils.h"
-#include "scripted/LogPrefix.h"
+#include "scripted/LogLines.h"
 
 namespace service_test {
 
-/// One log record without its "[unit:line]".
-struct LogLine {
-  std::uint32_t level;
-  std::string text;
-  friend bool operator==(const LogLine&, const LogLine&) = default;
-  friend std::ostream& operator<<(std::ostream& out, const LogLine& line) {
-    return out << line.level << ' ' << testing::PrintToString(line.text);
-  }
-};
+using scripted::LogLine;
+using scripted::LogLines;
+using Lines = std::vector<LogLine>;
 
-/// Collects what the logger callback gets. Shared with the callback, which may outlive a test.
-class LogLines {
- public:
-  orvane::RobotSdk::LoggerCallback callback(const std::shared_ptr<LogLines>& self) {
-    return [self](std::uint32_t level, const char* text, int length) {
-      const std::string record(text, static_cast<std::size_t>(length));
-      const auto parts = orvane::test::splitLogRecord(record);
-      const std::lock_guard lock(self->mutex_);
-      self->lines_.push_back({level, parts ? parts->text : "no prefix: " + record});
-    };
-  }
-  /// What came since the last look.
-  std::vector<LogLine> take() {
-    const std::lock_guard lock(mutex_);
-    return std::exchange(lines_, {});
-  }
-
- private:
-  std::mutex mutex_;  // guards lines_
-  std::vector<LogLine> lines_;
-};
-
-/// Catches what is written to standard output while it lives.
-class StandardOutput {
- public:
-  StandardOutput() : file_(std::tmpfile()), saved_(::dup(STDOUT_FILENO)) {
-    std::fflush(stdout);
-    ::dup2(::fileno(file_), STDOUT_FILENO);
-  }
-  ~StandardOutput() { restore(); }
-  StandardOutput(const StandardOutput&) = delete;
-  StandardOutput& operator=(const StandardOutput&) = delete;
-
-  /// Ends the catching; gives the text.
-  std::string text() {
-    restore();
-    std::string all;
-    std::rewind(file_);
-    for (int c = std::fgetc(file_); c != EOF; c = std::fgetc(file_))
-      all.push_back(static_cast<char>(c));
-    return all;
-  }
-
- private:
-  void restore() {
-    if (saved_ < 0) return;
-    std::fflush(stdout);
-    ::dup2(saved_, STDOUT_FILENO);
-    ::close(std::exchange(saved_, -1));
-  }
-  std::FILE* file_;
-  int saved_;
-};
+/// What is written to standard output until the function that it gives is called.
+inline std::string (*captureOutput())() {
+  testing::internal::CaptureStdout();
+  return testing::internal::GetCapturedStdout;
+}
 
 inline std::string hostProfilePath() {
   return "/tmp/motion_sdk_host_" + std::to_string(::getpid()) + ".xml";
@@ -114,16 +58,23 @@ inline Json::Value json(const std::string& text) {
 /// The service with nothing attached, and a log to look at. Every test leaves it shut down.
 class ServiceTest : public testing::Test {
  protected:
-  ServiceTest() { reset(); }
-  ~ServiceTest() override { reset(); }
+  ServiceTest() { stop(); }
+  ~ServiceTest() override { stop(); }
 
-  void reset() {
+  void attachLog() {  // shared with the callback, which may outlive a test
+    service->attachLoggerCallback([log = log](std::uint32_t level, const char* text, int length) {
+      log->add(level, std::string(text, static_cast<std::size_t>(length)));
+    });
+  }
+  void stop() {
     service->shutdown();
-    service->attachLoggerCallback(log->callback(log));
+    attachLog();
     service->attachRobotDiscoverCallback({});
     service->setNetworkInterface(nullptr);
   }
-  [[nodiscard]] bool start() { return service->initial(nullptr, "probe", 0); }
+  [[nodiscard]] bool start(const char* config = nullptr, std::uint32_t roudiWaitSeconds = 1) {
+    return service->initial(config, "probe", roudiWaitSeconds);
+  }
 
   orvane::RobotSdk::IMotionSdkService* const service =
       orvane::RobotSdk::IMotionSdkService::instance();

@@ -14,12 +14,11 @@
 #include <utility>
 #include <vector>
 
-#include "LogPrefix.h"
+#include "LogLines.h"
 #include "ScriptedBus.h"
 #include "highlevel/HighLevelFactory.h"
 #include "orvane/RobotSdk/IMotionSdkService.h"
 #include "pbase/CTime.h"
-#include "pbase/ILogger.h"
 #include "pbase/Utils.h"
 #include "pbase/VirtualClock.h"
 
@@ -56,19 +55,28 @@ class Robot {
     const std::lock_guard lock(mutex_);
     handlers_[method] = std::move(handler);
   }
-  void on(const std::string& method, Reply reply) {
+  void on(const std::string& method, const Reply& reply) {
     on(method, [reply](const Request&) { return reply; });
   }
-  /// The lease of further grants; null leaves it out.
-  void setLease(Json::Value leaseTimeout) {
-    const std::lock_guard lock(mutex_);
-    lease_ = std::move(leaseTimeout);
+  /// Does what it would, `ms` later.
+  void slow(const std::string& method, std::uint32_t ms) {
+    on(method, [this, ms](const Request& request) {
+      Reply reply = usual(request);
+      reply.takesMs = ms;
+      return reply;
+    });
   }
-  Reply grant() {
+  /// Does what it would, after `action`.
+  void during(const std::string& method, const std::function<void()>& action) {
+    on(method, [this, action](const Request& request) {
+      action();
+      return usual(request);
+    });
+  }
+  /// The lease of further grants; null leaves it out.
+  void setLease(const Json::Value& leaseTimeout) {
     const std::lock_guard lock(mutex_);
-    Json::Value params = object({{"controller", "controller-" + std::to_string(++grants_)}});
-    if (!lease_.isNull()) params["leaseTimeout"] = lease_;
-    return accepted(params);
+    lease_ = leaseTimeout;
   }
 
  private:
@@ -76,12 +84,18 @@ class Robot {
     RpcHandler handler;
     {
       const std::lock_guard lock(mutex_);
-      if (const auto found = handlers_.find(request.method); found != handlers_.end()) {
-        handler = found->second;
+      if (const auto known = handlers_.find(request.method); known != handlers_.end()) {
+        handler = known->second;
       }
     }
-    if (handler) return handler(request);
-    return request.method == "takeMotionControl" ? grant() : accepted();
+    return handler ? handler(request) : usual(request);
+  }
+  Reply usual(const Request& request) {
+    if (request.method != "takeMotionControl") return accepted();
+    const std::lock_guard lock(mutex_);
+    Json::Value grant = object({{"controller", "controller-" + std::to_string(++grants_)}});
+    if (!lease_.isNull()) grant["leaseTimeout"] = lease_;
+    return accepted(grant);
   }
 
   std::mutex mutex_;  // guards all below
@@ -90,73 +104,12 @@ class Robot {
   int grants_ = 0;
 };
 
-/// What the connect callback was told, in order.
-class Notifications {
- public:
-  using Pair = std::pair<std::uint32_t, std::uint32_t>;
-
-  void add(std::uint32_t state, std::uint32_t code) {
-    const std::lock_guard lock(mutex_);
-    all_.emplace_back(state, code);
-  }
-  /// Those since the last take.
-  std::vector<Pair> take() {
-    const std::lock_guard lock(mutex_);
-    return std::exchange(all_, {});
-  }
-
- private:
-  std::mutex mutex_;  // guards all_
-  std::vector<Pair> all_;
-};
-
-/// The log lines of the SDK's high-level units.
-class LogCapture {
- public:
-  struct Line {
-    std::uint32_t level;
-    std::string unit;
-    std::string text;  ///< what follows "[unit:line]", with its line end
-  };
-
-  LogCapture() {
-    sink_ = Pexal::ILogger::instance()->addSink([this](std::uint32_t level, const char* text, int) {
-      const auto record = orvane::test::splitLogRecord(text);
-      if (!record) return;
-      const std::lock_guard lock(mutex_);
-      lines_.push_back({level, record->unit, record->text});
-    });
-  }
-  ~LogCapture() { Pexal::ILogger::instance()->removeSink(sink_); }
-
-  /// The texts of that level and unit that hold `part`.
-  std::vector<std::string> texts(std::uint32_t level, const std::string& unit,
-                                 const std::string& part = "") {
-    const std::lock_guard lock(mutex_);
-    std::vector<std::string> found;
-    for (const Line& line : lines_) {
-      const bool fits = line.level == level && line.unit == unit;
-      if (fits && line.text.find(part) != std::string::npos) found.push_back(line.text);
-    }
-    return found;
-  }
-  void print() {
-    const std::lock_guard lock(mutex_);
-    for (const Line& line : lines_) std::cerr << line.level << ' ' << line.unit << line.text;
-  }
-  std::vector<std::string> client(std::uint32_t level, const std::string& part = "") {
-    return texts(level, "MotionHighLevelClientImpl", part);
-  }
-
- private:
-  std::mutex mutex_;  // guards lines_
-  std::vector<Line> lines_;
-  Pexal::ILogger::SinkId sink_{};
-};
-
 /// A client of robot "dog-7" on simulated time, with the service initialed as on an external host.
 class ClientTest : public testing::Test {
  protected:
+  using Client = orvane::RobotSdk::IMotionHighLevelClient;
+  using Texts = std::vector<std::string>;
+
   static constexpr const char* kServer = "robotServer";
   static constexpr const char* kStatusTopic = "robotServer.control.status";
   static constexpr const char* kEventTopic = "robotServer.host.event";
@@ -166,43 +119,59 @@ class ClientTest : public testing::Test {
     auto* const service = orvane::RobotSdk::IMotionSdkService::instance();
     service->attachLoggerCallback([](std::uint32_t, const char*, int) {});
     EXPECT_TRUE(service->initial(nullptr, kOwnId, 0));
-    client = makeClient();
+    client = listened(orvane::RobotSdk::makeRemoteHighLevelClient("dog-7"));
   }
   ~ClientTest() override {
-    if (HasFailure()) log.print();
+    if (HasFailure()) {
+      for (const LogLine& line : log.take()) std::cerr << line << '\n';
+    }
     client.reset();
     clock.advance(100'000);  // what was left behind in a callback ends by itself
     orvane::RobotSdk::IMotionSdkService::instance()->shutdown();
   }
 
-  std::shared_ptr<orvane::RobotSdk::IMotionHighLevelClient> makeClient() {
-    auto made = orvane::RobotSdk::makeRemoteHighLevelClient("dog-7");
+  /// A client whose connect callback is told().
+  std::shared_ptr<Client> listened(std::shared_ptr<Client> made) {
     made->setConnectCallback(
-        [this](std::uint32_t state, std::uint32_t code) { notifications.add(state, code); });
+        [this](std::uint32_t state, std::uint32_t code) { note(state, code); });
     return made;
   }
-  static std::uint64_t now() { return Pexal::PBase::CTime::getCurrentMilliSecond(); }
+  void note(std::uint32_t state, std::uint32_t code) {
+    const std::lock_guard lock(toldMutex_);
+    if (!told_.empty()) told_ += ' ';
+    told_ += std::to_string(state) + ':' + std::to_string(code);
+  }
+
+  // --- what the application does and sees ---
 
   void connect() {
     ASSERT_TRUE(client->connect(60000));
     clock.advance(0);
   }
-  /// Connects and takes control, which costs 3 s for the pause before the take.
-  void hold() {
-    connect();
+  /// Takes control, which costs 3 s for the pause before the take.
+  void take() {
     ASSERT_TRUE(client->takeMotionControl(0));
     clock.advance(3000);
     ASSERT_EQ(client->getState(), 2U);
-    ASSERT_THAT(notifications.take(), testing::ElementsAre(testing::Pair(2, 0)));
+    ASSERT_EQ(told(), "2:0");
   }
-  void controlStatus(const Json::Value& controlled, const Json::Value& controller) {
-    bus.inject(kServer, kStatusTopic,
-               object({{"controlled", controlled}, {"controller", controller}}));
+  void hold() {
+    connect();
+    take();
+  }
+  /// What the connect callback was told since the last look, as "state:code state:code".
+  std::string told() {
     clock.advance(0);
+    const std::lock_guard lock(toldMutex_);
+    return std::exchange(told_, {});
   }
+  std::uint32_t error() { return client->getLastError(); }
+  Texts logged(std::uint32_t level, const std::string& part = "") {
+    return log.texts(level, "MotionHighLevelClientImpl", part);
+  }
+  static std::uint64_t now() { return Pexal::PBase::CTime::getCurrentMilliSecond(); }
   /// Lets simulated time pass until that holds; false after 20 s of real time. For what depends on
-  /// the end of the observed source's thread: it waits in DDS, by real time, while simulated time
-  /// runs on.
+  /// the end of the observed source's thread, which waits in DDS by real time.
   [[nodiscard]] bool until(const std::function<bool()>& holds) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (!holds()) {
@@ -211,9 +180,17 @@ class ClientTest : public testing::Test {
     }
     return true;
   }
+
+  // --- what the robot does and sees ---
+
+  void hostEvent(const Json::Value& payload) { bus.inject(kServer, kEventTopic, payload); }
+  void controlStatus(const Json::Value& payload) { bus.inject(kServer, kStatusTopic, payload); }
+  void controlStatus(bool controlled, const char* controller) {
+    controlStatus(object({{"controlled", controlled}, {"controller", controller}}));
+  }
   /// Under which identity the requests of a method were made.
-  std::vector<std::string> speakers(const std::string& method) {
-    std::vector<std::string> ids;
+  Texts speakers(const std::string& method) {
+    Texts ids;
     for (const Request& request : bus.requests(method)) {
       ids.push_back(request.document["call"]["clientId"].asString());
     }
@@ -229,9 +206,12 @@ class ClientTest : public testing::Test {
   Pexal::PBase::VirtualClock clock;
   Bus bus;
   Robot robot{bus};
-  LogCapture log;
-  Notifications notifications;
-  std::shared_ptr<orvane::RobotSdk::IMotionHighLevelClient> client;
+  CapturedLog log;
+  std::shared_ptr<Client> client;
+
+ private:
+  std::mutex toldMutex_;  // guards told_
+  std::string told_;
 };
 
 }  // namespace scripted

@@ -50,14 +50,17 @@ Bus::~Bus() {
     const std::lock_guard lock(currentMutex);
     currentState.reset();
   }
-  std::vector<std::unique_ptr<Pexal::PBase::CThreadLite>> injectors;
-  {
-    const std::lock_guard lock(state_->mutex);
-    state_->gone = true;
-    state_->handler = nullptr;
-    state_->handlers.clear();
-    injectors.swap(state_->injectors);
-  }
+  std::vector<std::unique_ptr<Pexal::PBase::CThreadLite>> injectors;  // joined unlocked
+  const std::lock_guard lock(state_->mutex);
+  state_->gone = true;
+  state_->handler = nullptr;
+  state_->handlers.clear();
+  injectors.swap(state_->injectors);
+}
+
+void Bus::behave(const Behaviour& behaviour) {
+  const std::lock_guard lock(state_->mutex);
+  state_->behaviour = behaviour;
 }
 
 void Bus::onRequest(RpcHandler handler) {
@@ -65,46 +68,15 @@ void Bus::onRequest(RpcHandler handler) {
   state_->handler = std::move(handler);
 }
 
-std::vector<Request> Bus::requests() const {
-  const std::lock_guard lock(state_->mutex);
-  return state_->requests;
-}
-
-std::vector<Request> Bus::requests(const std::string& method) const {
-  std::vector<Request> found = requests();
-  std::erase_if(found, [&](const Request& request) { return request.method != method; });
-  return found;
-}
-
-void Bus::forgetRequests() {
-  const std::lock_guard lock(state_->mutex);
-  state_->requests.clear();
-}
-
-void Bus::setRpcAvailable(bool available) {
-  const std::lock_guard lock(state_->mutex);
-  state_->rpcAvailable = available;
-}
-
-std::size_t Bus::rpcClientsAsked(const std::string& server) const {
-  const std::lock_guard lock(state_->mutex);
-  const auto found = state_->clientsAsked.find(server);
-  return found == state_->clientsAsked.end() ? 0 : found->second;
-}
-
-std::size_t Bus::inject(const std::string& server, const std::string& topic,
-                        const Json::Value& payload) {
-  std::vector<Pexal::PDBus::EventHandler> matching;
+void Bus::inject(const std::string& server, const std::string& topic, const Json::Value& payload) {
+  std::vector<State::Handler> handlers;
   {
     const std::lock_guard lock(state_->mutex);
-    for (const auto& handler : state_->handlers) {
-      if (handler.where.server == server && handler.where.topic == topic) {
-        matching.push_back(handler.call);
-      }
-    }
+    handlers = state_->handlers;
   }
-  for (const auto& handler : matching) handler(topic, payload);
-  return matching.size();
+  for (const auto& handler : handlers) {
+    if (handler.server == server && handler.topic == topic) handler.call(topic, payload);
+  }
 }
 
 void Bus::injectFromThread(const std::string& server, const std::string& topic,
@@ -116,78 +88,46 @@ void Bus::injectFromThread(const std::string& server, const std::string& topic,
   state_->injectors.push_back(std::move(thread));
 }
 
-std::vector<Published> Bus::published() const {
-  const std::lock_guard lock(state_->mutex);
-  return state_->published;
-}
-
-std::vector<Subscription> Bus::subscriptions() const {
-  const std::lock_guard lock(state_->mutex);
-  std::vector<Subscription> all;
-  for (const auto& handler : state_->handlers) all.push_back(handler.where);
-  return all;
-}
-
-void Bus::setPublishResult(bool result) {
-  const std::lock_guard lock(state_->mutex);
-  state_->publishResult = result;
-}
-
-void Bus::setEventBusAvailable(bool available) {
-  const std::lock_guard lock(state_->mutex);
-  state_->eventBusAvailable = available;
-}
-
-std::vector<Json::Value> Bus::factoryDocuments() const {
-  const std::lock_guard lock(state_->mutex);
-  return state_->factoryDocuments;
-}
-
-std::size_t Bus::factoryShutdowns() const {
-  const std::lock_guard lock(state_->mutex);
-  return state_->factoryShutdowns;
-}
-
-void Bus::setFactoryResult(bool result) {
-  const std::lock_guard lock(state_->mutex);
-  state_->factoryResult = result;
-}
-
 std::size_t Bus::pushSample(const std::string& topic, const void* sample) {
   std::vector<std::shared_ptr<Reader>> readers;
   {
     const std::lock_guard lock(state_->mutex);
     readers = state_->readers;
   }
-  return static_cast<std::size_t>(std::count_if(
-      readers.begin(), readers.end(),
-      [&](const std::shared_ptr<Reader>& reader) { return reader->push(topic, sample); }));
+  return static_cast<std::size_t>(
+      std::count_if(readers.begin(), readers.end(),
+                    [&](const auto& reader) { return reader->push(topic, sample); }));
+}
+
+Seen Bus::seen() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->seen;
+}
+
+std::vector<Request> Bus::requests(const std::string& method) const {
+  std::vector<Request> found = seen().requests;
+  std::erase_if(
+      found, [&](const Request& request) { return !method.empty() && request.method != method; });
+  return found;
+}
+
+void Bus::forgetRequests() {
+  const std::lock_guard lock(state_->mutex);
+  state_->seen.requests.clear();
+}
+
+std::vector<std::string> Bus::subscribedTopics() const {
+  const std::lock_guard lock(state_->mutex);
+  std::vector<std::string> topics;
+  for (const auto& handler : state_->handlers) topics.push_back(handler.topic);
+  return topics;
 }
 
 std::vector<ReaderInfo> Bus::readers() const {
-  std::vector<std::shared_ptr<Reader>> readers;
-  {
-    const std::lock_guard lock(state_->mutex);
-    readers = state_->readers;
-  }
+  const std::lock_guard lock(state_->mutex);
   std::vector<ReaderInfo> infos;
-  for (const auto& reader : readers) infos.push_back(reader->info());
+  for (const auto& reader : state_->readers) infos.push_back(reader->info());
   return infos;
-}
-
-std::vector<Json::Value> Bus::qosDocuments() const {
-  const std::lock_guard lock(state_->mutex);
-  return state_->qosDocuments;
-}
-
-void Bus::setSubscribersAvailable(bool available) {
-  const std::lock_guard lock(state_->mutex);
-  state_->subscribersAvailable = available;
-}
-
-void Bus::failReaderCreation(const std::string& topic) {
-  const std::lock_guard lock(state_->mutex);
-  state_->failingReaderTopic = topic;
 }
 
 }  // namespace scripted

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -35,9 +36,23 @@ struct Reply {
   std::uint32_t takesMs = 0;  ///< time that the call takes; beyond the time-out it ends as kTimeout
 };
 
+[[nodiscard]] Reply accepted(Json::Value params = {});  ///< "result" true
+[[nodiscard]] Reply refused(std::uint32_t reason = 0, Json::Value params = {});
+[[nodiscard]] Reply transportFailure(std::uint32_t status);
+
 /// Runs on the calling SDK thread when the request is sent, with no lock held: it may inject events
 /// or call the client, so that things happen "during the call".
 using RpcHandler = std::function<Reply(const Request&)>;
+
+/// Which parts of the platform are there and work.
+struct Behaviour {
+  bool rpc = true;
+  bool eventBus = true;
+  bool publish = true;
+  bool subscribers = true;
+  bool factory = true;             ///< what its initial() returns
+  std::string failingReader = {};  ///< the topic whose reader's creation throws dds::core::Error
+};
 
 struct Published {
   std::string server;
@@ -46,23 +61,24 @@ struct Published {
   std::uint32_t openMs = 0;
 };
 
-struct Subscription {
-  std::string server;
-  std::string topic;
+/// What the SDK did with the platform so far.
+struct Seen {
+  std::vector<Request> requests;
+  std::map<std::string, std::size_t> rpcClients;  ///< how often each server's was asked for
+  std::vector<Published> published;
+  std::vector<Json::Value> factoryDocuments;  ///< one per initial()
+  std::size_t factoryShutdowns = 0;
+  std::vector<Json::Value> qosDocuments;  ///< one per createDDSQos
 };
 
 /// A typed reader that the SDK made.
 struct ReaderInfo {
   std::string domain;
   std::string topic;
+  std::function<bool(std::string_view userData)> takesWriter;  ///< empty: takes all
   bool removed = false;
   std::size_t attached = 0;  ///< wait sets that it is attached to now
-  std::function<bool(std::string_view userData)> takesWriter;  ///< empty: takes all
 };
-
-[[nodiscard]] Reply accepted(Json::Value params = {});  ///< "result" true
-[[nodiscard]] Reply refused(std::uint32_t reason = 0, Json::Value params = {});
-[[nodiscard]] Reply transportFailure(std::uint32_t status);
 
 /// The scripted platform. While one lives, RPCClient::instance and its siblings lead to it; at most
 /// one at a time, made before the objects under test (and after the VirtualClock, if any). Without
@@ -79,42 +95,22 @@ class Bus {
   Bus(const Bus&) = delete;
   Bus& operator=(const Bus&) = delete;
 
-  // --- RPC ---
+  void behave(const Behaviour& behaviour);
   void onRequest(RpcHandler handler);  ///< the default accepts everything
-  [[nodiscard]] std::vector<Request> requests() const;
-  [[nodiscard]] std::vector<Request> requests(const std::string& method) const;
-  void forgetRequests();
-  void setRpcAvailable(bool available);
-  /// How often RPCClient::instance was asked for `server`.
-  [[nodiscard]] std::size_t rpcClientsAsked(const std::string& server) const;
-
-  // --- events ---
-  /// Calls every handler subscribed to the topic, on this thread; gives their number.
-  std::size_t inject(const std::string& server, const std::string& topic,
-                     const Json::Value& payload);
+  /// Calls every handler subscribed to the topic, on this thread.
+  void inject(const std::string& server, const std::string& topic, const Json::Value& payload);
   /// The same on a CThread of its own, which is joined when the Bus goes.
   void injectFromThread(const std::string& server, const std::string& topic,
                         const Json::Value& payload);
-  [[nodiscard]] std::vector<Published> published() const;
-  [[nodiscard]] std::vector<Subscription> subscriptions() const;
-  void setPublishResult(bool result);
-  void setEventBusAvailable(bool available);
-
-  // --- DDS factory ---
-  [[nodiscard]] std::vector<Json::Value> factoryDocuments() const;  ///< one per initial()
-  [[nodiscard]] std::size_t factoryShutdowns() const;
-  void setFactoryResult(bool result);  ///< what initial() returns; default true
-
-  // --- typed readers ---
   /// Hands `sample` (an object of the topic's type) to the live readers of the topic, on this
   /// thread; gives their number.
   std::size_t pushSample(const std::string& topic, const void* sample);
+
+  [[nodiscard]] Seen seen() const;
+  [[nodiscard]] std::vector<Request> requests(const std::string& method = "") const;
+  void forgetRequests();
+  [[nodiscard]] std::vector<std::string> subscribedTopics() const;
   [[nodiscard]] std::vector<ReaderInfo> readers() const;
-  [[nodiscard]] std::vector<Json::Value> qosDocuments() const;  ///< one per createDDSQos
-  void setSubscribersAvailable(bool available);
-  /// Creation of a reader for the topic throws dds::core::Error; an empty topic lets all succeed
-  /// again.
-  void failReaderCreation(const std::string& topic);
 
  private:
   std::shared_ptr<State> state_;

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 #include <utility>
 
 #include "ScriptedState.h"
@@ -20,7 +19,6 @@ using Pexal::PDBus::RpcStatus;
 namespace {
 
 constexpr auto kTimeout = static_cast<std::uint32_t>(RpcStatus::kTimeout);
-constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
 constexpr auto kStopped = static_cast<std::uint32_t>(RpcStatus::kStopped);
 
 /// Simulated duration. Unlike CThread::sleep it isn't cut short by a cancellation, and neither is a
@@ -29,6 +27,15 @@ void pass(std::uint32_t ms) {
   if (ms == 0) return;
   Pexal::PBase::CSemaphore nobodyPosts(0);
   static_cast<void>(nobodyPosts.wait(ms));
+}
+
+/// What `action` gives for the living bus, called under its mutex; false or null without one.
+template <class Action>
+auto withBus(const Action& action) -> decltype(action(StatePtr())) {
+  const StatePtr state = Bus::State::current();
+  if (state == nullptr) return {};
+  const std::lock_guard lock(state->mutex);
+  return action(state);
 }
 
 class Client final : public Pexal::PDBus::RPCClient {
@@ -62,7 +69,7 @@ class Client final : public Pexal::PDBus::RPCClient {
     {
       const std::lock_guard lock(state_->mutex);
       if (state_->gone) return transportFailure(kStopped);
-      state_->requests.push_back(request);
+      state_->seen.requests.push_back(request);
       handler = state_->handler;
     }
     return handler ? handler(request) : accepted();
@@ -81,15 +88,15 @@ class EventBus final : public Pexal::PDBus::IEventBus {
                std::uint32_t openMs) override {
     const std::lock_guard lock(state_->mutex);
     if (state_->gone) return false;
-    state_->published.push_back({server_, topic, payload, openMs});
-    return state_->publishResult;
+    state_->seen.published.push_back({server_, topic, payload, openMs});
+    return state_->behaviour.publish;
   }
 
   bool subscribe(const std::string& topic, const Pexal::PDBus::EventHandler& handler) override {
     const std::lock_guard lock(state_->mutex);
     if (state_->gone) return false;
     if (find(topic, handler) == state_->handlers.end()) {
-      state_->handlers.push_back({{server_, topic}, handler});
+      state_->handlers.push_back({server_, topic, handler});
     }
     return true;
   }
@@ -106,7 +113,7 @@ class EventBus final : public Pexal::PDBus::IEventBus {
   std::vector<Bus::State::Handler>::iterator find(const std::string& topic,
                                                   const Pexal::PDBus::EventHandler& handler) {
     return std::find_if(state_->handlers.begin(), state_->handlers.end(), [&](const auto& entry) {
-      return entry.where.server == server_ && entry.where.topic == topic && entry.call == handler;
+      return entry.server == server_ && entry.topic == topic && entry.call == handler;
     });
   }
 
@@ -123,9 +130,9 @@ class Subscriber final : public Pexal::PDBus::IDDSSubcriber {
       const dds::topic::TypeSupport& /*type*/, const dds::sub::qos::DataReaderQos& /*qos*/,
       RawCallback onSample, WriterFilter takesWriter) override {
     const std::lock_guard lock(state_->mutex);
-    if (state_->failingReaderTopic == topic_) throw dds::core::Error("scripted reader failure");
-    auto reader =
-        std::make_shared<Reader>(domain_, topic_, std::move(onSample), std::move(takesWriter));
+    if (state_->behaviour.failingReader == topic_) throw dds::core::Error("scripted failure");
+    auto reader = std::make_shared<Reader>(ReaderInfo{domain_, topic_, std::move(takesWriter)},
+                                           std::move(onSample));
     state_->readers.push_back(reader);
     return reader;
   }
@@ -145,42 +152,35 @@ class Subscriber final : public Pexal::PDBus::IDDSSubcriber {
 class Factory final : public Pexal::PDBus::IDDSFactory {
  public:
   void shutdown() override {
-    if (const StatePtr state = Bus::State::current()) {
-      const std::lock_guard lock(state->mutex);
-      ++state->factoryShutdowns;
-    }
+    withBus([](const StatePtr& state) { return ++state->seen.factoryShutdowns; });
   }
 
   bool initial(const Json::Value& document) override {
-    const StatePtr state = Bus::State::current();
-    if (state == nullptr) return false;
-    const std::lock_guard lock(state->mutex);
-    state->factoryDocuments.push_back(document);
-    return state->factoryResult;
+    return withBus([&](const StatePtr& state) {
+      state->seen.factoryDocuments.push_back(document);
+      return state->behaviour.factory;
+    });
   }
 
   std::shared_ptr<Pexal::PDBus::RPCClient> rpcClient(const std::string& server) override {
-    const StatePtr state = Bus::State::current();
-    if (state == nullptr) return nullptr;
-    const std::lock_guard lock(state->mutex);
-    ++state->clientsAsked[server];
-    return state->rpcAvailable ? std::make_shared<Client>(state, server) : nullptr;
+    return withBus([&](const StatePtr& state) {
+      ++state->seen.rpcClients[server];
+      return state->behaviour.rpc ? std::make_shared<Client>(state, server) : nullptr;
+    });
   }
 
   std::shared_ptr<Pexal::PDBus::IEventBus> eventBus(const std::string& server) override {
-    const StatePtr state = Bus::State::current();
-    if (state == nullptr) return nullptr;
-    const std::lock_guard lock(state->mutex);
-    return state->eventBusAvailable ? std::make_shared<EventBus>(state, server) : nullptr;
+    return withBus([&](const StatePtr& state) {
+      return state->behaviour.eventBus ? std::make_shared<EventBus>(state, server) : nullptr;
+    });
   }
 
   std::shared_ptr<Pexal::PDBus::IDDSSubcriber> subscriber(const std::string& domain,
                                                           const std::string& topic) override {
-    const StatePtr state = Bus::State::current();
-    if (state == nullptr) return nullptr;
-    const std::lock_guard lock(state->mutex);
-    return state->subscribersAvailable ? std::make_shared<Subscriber>(state, domain, topic)
-                                       : nullptr;
+    return withBus([&](const StatePtr& state) {
+      return state->behaviour.subscribers ? std::make_shared<Subscriber>(state, domain, topic)
+                                          : nullptr;
+    });
   }
 
   dds::domain::DomainParticipant participant(const std::string& /*domain*/) override {
@@ -202,26 +202,16 @@ void Reader::delWaitSet(dds::core::cond::WaitSet& /*waitSet*/) {
 
 bool Reader::push(const std::string& topic, const void* sample) {
   {
-    std::unique_lock lock(mutex_);
-    const bool free =
-        idle_.waitUntil(lock, kNever, [this] { return info_.removed || !delivering_; });
-    if (!free || info_.removed || info_.topic != topic) return false;
-    delivering_ = true;
-    deliverer_ = std::this_thread::get_id();
+    const std::lock_guard lock(mutex_);
+    if (info_.removed || info_.topic != topic) return false;
   }
   onSample_(sample);
-  const std::lock_guard lock(mutex_);
-  delivering_ = false;
-  idle_.notifyAll();
   return true;
 }
 
 void Reader::remove() {
-  std::unique_lock lock(mutex_);
+  const std::lock_guard lock(mutex_);
   info_.removed = true;
-  idle_.notifyAll();
-  idle_.waitUntil(lock, kNever,
-                  [this] { return !delivering_ || deliverer_ == std::this_thread::get_id(); });
 }
 
 ReaderInfo Reader::info() {
@@ -241,14 +231,7 @@ IBaseDDSReader::~IBaseDDSReader() = default;
 IDDSSubcriber::~IDDSSubcriber() = default;
 
 const char* RPCServer::dumpCode(std::uint32_t status) noexcept {
-  switch (static_cast<RpcStatus>(status)) {
-    case RpcStatus::kTimeout:
-      return "scripted time-out";
-    case RpcStatus::kNoServer:
-      return "scripted absence";
-    default:
-      return "scripted failure";
-  }
+  return status == scripted::kTimeout ? "scripted time-out" : "scripted failure";
 }
 
 std::shared_ptr<IDDSFactory> IDDSFactory::create() {
@@ -276,10 +259,10 @@ std::shared_ptr<IDDSSubcriber> IDDSSubcriber::instance(const std::string& domain
 }
 
 dds::sub::qos::DataReaderQos IDDSSubcriber::createDDSQos(const Json::Value& document) {
-  if (const auto state = scripted::Bus::State::current()) {
-    const std::lock_guard lock(state->mutex);
-    state->qosDocuments.push_back(document);
-  }
+  scripted::withBus([&](const auto& state) {
+    state->seen.qosDocuments.push_back(document);
+    return true;
+  });
   return dds::sub::qos::DataReaderQos();
 }
 
