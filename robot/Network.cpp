@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <string_view>
 
@@ -91,11 +92,15 @@ std::optional<std::string> settingsError(const std::string& deviceId, const std:
   return std::nullopt;
 }
 
-std::string ddsProfile(const std::string& interface, std::uint32_t domain) {
+std::string ddsProfile(const std::string& interface, std::uint32_t domain, double lossPercent) {
+  const std::string perMille = std::to_string(std::lround(lossPercent * 10));
   return "<CycloneDDS><Domain Id=\"" + std::to_string(domain) +
          "\"><General><Interfaces><NetworkInterface name=\"" + interface +
          "\" priority=\"3\" multicast=\"default\" presence_required=\"true\"/></Interfaces>"
          "<AllowMulticast>true</AllowMulticast><MaxMessageSize>65500B</MaxMessageSize></General>"
+         "<Internal><Test><XmitLossiness>" +
+         perMille +
+         "</XmitLossiness></Test></Internal>"
          "<Tracing><Verbosity>none</Verbosity></Tracing></Domain></CycloneDDS>";
 }
 

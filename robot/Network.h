@@ -12,8 +12,10 @@ namespace orvane::robot {
                                                        const std::string& interface,
                                                        std::uint32_t domain);
 
-/// The DDS settings of a process that speaks on `interface` in `domain`, as XML text.
-[[nodiscard]] std::string ddsProfile(const std::string& interface, std::uint32_t domain);
+/// The DDS settings of a process that speaks on `interface` in `domain`, as XML text. It loses
+/// `lossPercent` (0 to 100) of the packets that it sends.
+[[nodiscard]] std::string ddsProfile(const std::string& interface, std::uint32_t domain,
+                                     double lossPercent = 0);
 
 /// Why joining `domain` on `interface` failed, as far as the system's state tells: an interface
 /// that is down, or no participant slot left. An interface without multicast (lo, usually) has nine

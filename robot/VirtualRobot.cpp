@@ -10,6 +10,7 @@ namespace orvane::robot {
 namespace {
 
 using Pexal::PDBus::IDDSFactory;
+using Pexal::PDBus::RpcRequest;
 using Pexal::PDBus::RPCServer;
 
 constexpr const char* kDomainName = "host";
@@ -21,7 +22,7 @@ Json::Value ddsDocument(const RobotSettings& settings) {
   Json::Value domain;
   domain["name"] = kDomainName;
   domain["domain"] = settings.domain;
-  domain["url"] = ddsProfile(settings.interface, settings.domain);
+  domain["url"] = ddsProfile(settings.interface, settings.domain, settings.lossPercent);
   document["domain"].append(std::move(domain));
   Json::Value bus;
   bus["server"] = kEventServer;
@@ -41,7 +42,8 @@ VirtualRobot::VirtualRobot(RobotSettings settings)
       outbox_(std::make_shared<EventOutbox>(settings_.deviceId)),
       core_(std::make_shared<RobotCore>(std::make_unique<KinematicBody>(settings_.chargePercent),
                                         outbox_)),
-      requests_(std::make_shared<RequestServer>(core_, settings_.deviceId)) {}
+      faults_(std::make_shared<Faults>(
+          core_, std::make_shared<RequestServer>(core_, settings_.deviceId))) {}
 
 VirtualRobot::~VirtualRobot() {
   stop();
@@ -56,6 +58,10 @@ bool VirtualRobot::start(std::string& error) {
     error = *std::move(wrong);
     return false;
   }
+  if (!(settings_.lossPercent >= 0 && settings_.lossPercent <= 100)) {
+    error = "the loss must be 0 to 100 percent";
+    return false;
+  }
   used_ = true;
   factory_ = IDDSFactory::create();
   if (!factory_->initial(ddsDocument(settings_))) {
@@ -68,10 +74,21 @@ bool VirtualRobot::start(std::string& error) {
   return false;
 }
 
+// Before anything is served: a robot that is to be silent from the start says nothing at all.
+bool VirtualRobot::applyFaults(std::string& error) {
+  Faults::Outcome outcome = faults_->applyAll(settings_.faults);
+  error = std::move(outcome.error);
+  if (!outcome.done) return false;
+  if (faults_->start()) return true;
+  error = "no thread for scripted faults";
+  return false;
+}
+
 bool VirtualRobot::serve(std::string& error) {
+  if (!applyFaults(error)) return false;
   try {
-    publisher_ =
-        std::make_unique<ObservedPublisher>(factory_->participant(kDomainName), settings_.deviceId);
+    publisher_ = std::make_unique<ObservedPublisher>(factory_->participant(kDomainName),
+                                                     settings_.deviceId, faults_->voice());
   } catch (const dds::core::Exception& failure) {
     error = std::string("can't publish: ") + failure.what();
     return false;
@@ -82,7 +99,7 @@ bool VirtualRobot::serve(std::string& error) {
     return false;
   }
   auto events = std::make_shared<EventServer>(core_, outbox_, std::move(bus), kEventServer,
-                                              settings_.deviceId);
+                                              settings_.deviceId, faults_->voice());
   if (!events->start()) {
     error = "can't serve events";
     return false;
@@ -98,22 +115,31 @@ bool VirtualRobot::serve(std::string& error) {
 
 bool VirtualRobot::serveRequests(std::string& error) {
   for (const char* name : kRequestServers) {
-    auto server =
-        RPCServer::create(factory_, kDomainName, name, settings_.deviceId,
-                          [requests = requests_](const Pexal::PDBus::RpcRequest& request) {
-                            return requests->handle(request);
-                          });
-    if (server == nullptr) {
-      error = std::string("can't serve ") + name;
-      return false;
-    }
-    servers_.push_back(std::move(server));
+    const auto handle = [faults = faults_](const RpcRequest& request) {
+      return faults->requests().handle(request);
+    };
+    if (!addServer(name, handle, error)) return false;
   }
+  const auto handle = [service = FaultService(faults_)](const RpcRequest& request) {
+    return service.handle(request);
+  };
+  return addServer(FaultService::kServer, handle, error);
+}
+
+bool VirtualRobot::addServer(const char* name, RPCServer::Handler handler, std::string& error) {
+  auto server =
+      RPCServer::create(factory_, kDomainName, name, settings_.deviceId, std::move(handler));
+  if (server == nullptr) {
+    error = std::string("can't serve ") + name;
+    return false;
+  }
+  servers_.push_back(std::move(server));
   return true;
 }
 
 void VirtualRobot::stop() {
   if (factory_ == nullptr) return;
+  faults_->stop();
   for (const auto& server : servers_) server->stop();
   servers_.clear();
   {

@@ -8,12 +8,13 @@
 #include "ControlLoop.h"
 #include "EventOutbox.h"
 #include "RobotCore.h"
+#include "faults/FaultService.h"
+#include "faults/Faults.h"
 #include "motion/MotionController.h"
 #include "pdbus/IDDSFactory.h"
 #include "pdbus/RPC.h"
 #include "publish/ObservedPublisher.h"
 #include "servers/EventServer.h"
-#include "servers/RequestServer.h"
 
 namespace orvane::robot {
 
@@ -22,6 +23,10 @@ struct RobotSettings {
   std::string interface = "lo";      ///< network interface, by name
   std::uint32_t domain = 42;         ///< DDS domain, 0 to 230
   double chargePercent = 100;        ///< of the battery at the start
+  /// 0 to 100: how much of its DDS packets is lost on the way out. Only where this process hasn't
+  /// joined the domain before.
+  double lossPercent = 0;
+  std::vector<std::string> faults;  ///< carried out when it starts, see parseFault
 };
 
 /// What a bystander wants to know, for the status line and for tests.
@@ -41,8 +46,9 @@ struct RobotStatus {
 /// DDS context of its own, so that it can live in the process of its client.
 ///
 /// Threading contract: start and stop on one thread; access and status on any thread between them.
-/// The robot's threads are the control loop, the event sender, one per request server and the bus's
-/// workers; they meet at the robot mutex (see RobotCore), which none holds while it waits.
+/// The robot's threads are the control loop, the event sender, one per request server, two for
+/// scripted faults (their service, their timetable) and the bus's workers; they meet at the robot
+/// mutex (see RobotCore), which none holds while it waits.
 class VirtualRobot {
  public:
   explicit VirtualRobot(RobotSettings settings);
@@ -58,19 +64,24 @@ class VirtualRobot {
   void stop();
 
   [[nodiscard]] RobotStatus status();
-  /// The robot's inside, for scripted faults (preempt, restore, revoke) and tests.
+  /// The robot's inside, for tests.
   [[nodiscard]] RobotCore::Access access() { return core_->access(); }
+  /// What goes wrong with it, for tests of those who must cope with that.
+  [[nodiscard]] Faults& faults() { return *faults_; }
   [[nodiscard]] const RobotSettings& settings() const { return settings_; }
 
  private:
   [[nodiscard]] bool serve(std::string& error);
+  [[nodiscard]] bool applyFaults(std::string& error);
   [[nodiscard]] bool serveRequests(std::string& error);
+  [[nodiscard]] bool addServer(const char* name, Pexal::PDBus::RPCServer::Handler handler,
+                               std::string& error);
 
   const RobotSettings settings_;
   bool used_ = false;
   const std::shared_ptr<EventOutbox> outbox_;
   const std::shared_ptr<RobotCore> core_;
-  const std::shared_ptr<RequestServer> requests_;
+  const std::shared_ptr<Faults> faults_;
   std::shared_ptr<Pexal::PDBus::IDDSFactory> factory_;
   std::vector<std::shared_ptr<Pexal::PDBus::RPCServer>> servers_;
   std::shared_ptr<EventServer> events_;

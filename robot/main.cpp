@@ -1,15 +1,19 @@
 // virtual-robot: a robot for people who have none at hand.
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "VirtualRobot.h"
 #include "app/SignalWaiter.h"
 #include "app/StatusLine.h"
+#include "app/Tell.h"
+#include "faults/FaultCommand.h"
 #include "pbase/CTime.h"
 #include "pbase/ILogger.h"
 
@@ -23,7 +27,32 @@ constexpr std::uint32_t kWarning = 3;
 struct Options {
   RobotSettings robot;
   bool verbose = false;
+  std::vector<std::string> commands;  // of tell
+  std::uint32_t timeoutMs = 3000;
 };
+
+void describeAddress(CLI::App& app, RobotSettings& robot) {
+  app.add_option("--device-id", robot.deviceId, "Name under which it is discovered")
+      ->capture_default_str();
+  app.add_option("--interface", robot.interface, "Network interface it speaks on")
+      ->capture_default_str();
+  app.add_option("--domain", robot.domain, "DDS domain")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 230));
+}
+
+CLI::App& describeTell(CLI::App& app, Options& options) {
+  CLI::App& tell = *app.add_subcommand("tell", "Make a running virtual robot misbehave");
+  tell.footer(
+      "Each fault is one argument, so put it in quotes; several are carried out in order:\n" +
+      faultForms() + "Exit status: 0 when all were carried out, otherwise 1.");
+  describeAddress(tell, options.robot);
+  tell.add_option("--timeout", options.timeoutMs, "How long to look for it and wait, ms")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 600000));
+  tell.add_option("faults", options.commands, "What it is to do")->required();
+  return tell;
+}
 
 void describe(CLI::App& app, Options& options) {
   app.description(
@@ -35,13 +64,13 @@ void describe(CLI::App& app, Options& options) {
       "unless told otherwise, so give your application the same interface.\n"
       "Standard output shows what the robot does and who holds control; problems go to standard\n"
       "error. Exit status: 0 when it was asked to end, otherwise something went wrong.");
-  app.add_option("--device-id", options.robot.deviceId, "Name under which it is discovered")
-      ->capture_default_str();
-  app.add_option("--interface", options.robot.interface, "Network interface it speaks on")
-      ->capture_default_str();
-  app.add_option("--domain", options.robot.domain, "DDS domain")
-      ->capture_default_str()
-      ->check(CLI::Range(0, 230));
+  describeAddress(app, options.robot);
+  app.add_option("--fault", options.robot.faults,
+                 "A scripted fault from the start on, e.g. \"after 2000 revoke\"; repeatable. The\n"
+                 "forms are those of \"virtual-robot tell --help\"")
+      ->allow_extra_args(false);
+  app.add_option("--loss", options.robot.lossPercent, "Loses that share of its packets, percent")
+      ->check(CLI::Range(0.0, 100.0));
   app.add_flag("--verbose", options.verbose, "Log what happens inside to standard error");
 }
 
@@ -62,6 +91,7 @@ int run(const Options& options) {
   logTo(options.verbose, terminal && isatty(STDERR_FILENO) != 0);
 
   VirtualRobot robot(options.robot);
+  robot.faults().onDie([] { ::kill(::getpid(), SIGKILL); });
   std::string error;
   if (!robot.start(error)) {
     std::fprintf(stderr, "virtual-robot: %s\n", error.c_str());
@@ -86,10 +116,13 @@ int main(int argc, char** argv) {
   Options options;
   CLI::App app("", "virtual-robot");
   describe(app, options);
+  const CLI::App& tellApp = describeTell(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error);
   }
-  return run(options);
+  if (!tellApp.parsed()) return run(options);
+  logTo(options.verbose, false);
+  return tell(options.robot, options.commands, options.timeoutMs);
 }

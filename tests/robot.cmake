@@ -1,9 +1,8 @@
 orvane_test(robot_test
   SOURCES unit/robot_arbiter_test.cpp unit/robot_motion_test.cpp unit/robot_body_test.cpp
-          unit/robot_requests_test.cpp
+          unit/robot_requests_test.cpp unit/robot_faults_test.cpp
   LIBS virtual_robot TIMEOUT 60)
 
 orvane_test(robot_program_test
   SOURCES integration/robot_program_test.cpp
-  LIBS virtual_robot ARGS $<TARGET_FILE:virtual-robot> TIMEOUT 90)
-add_dependencies(robot_program_test virtual-robot)
+  LIBS sdk_test_support TIMEOUT 90)

@@ -85,6 +85,13 @@ bool Arbiter::revoke(std::uint64_t nowMs) {
   return true;
 }
 
+bool Arbiter::expire(std::uint64_t nowMs) {
+  judge(nowMs);
+  if (!current_) return false;
+  endCurrent(End::kExpired, nowMs);
+  return true;
+}
+
 Grant Arbiter::makeGrant(const std::string& holder, std::uint32_t leaseMs,
                          std::uint64_t nowMs) const {
   const std::uint32_t granted = std::clamp(leaseMs, kMinLeaseMs, kMaxLeaseMs);

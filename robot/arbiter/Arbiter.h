@@ -60,6 +60,8 @@ class Arbiter {
   bool restore(std::uint64_t nowMs);
   /// Takes control away from everybody. False: nobody holds it.
   bool revoke(std::uint64_t nowMs);
+  /// Lets the present controller's lease run out now. False: nobody holds control.
+  bool expire(std::uint64_t nowMs);
 
   /// The grant that holds; none: nobody controls the robot.
   [[nodiscard]] const std::optional<Grant>& current() const { return current_; }

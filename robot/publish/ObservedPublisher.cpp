@@ -1,7 +1,9 @@
 #include "publish/ObservedPublisher.h"
 
+#include <utility>
 #include <vector>
 
+#include "faults/Nonsense.h"
 #include "pbase/CTime.h"
 #include "pbase/ILogger.h"
 #include "publish/Samples.h"
@@ -27,20 +29,25 @@ dds::pub::qos::DataWriterQos writerQos(const std::string& deviceId) {
 }  // namespace
 
 ObservedPublisher::ObservedPublisher(const dds::domain::DomainParticipant& participant,
-                                     const std::string& deviceId)
-    : publisher_(participant),
+                                     const std::string& deviceId, std::shared_ptr<Voice> voice)
+    : voice_(std::move(voice)),
+      publisher_(participant),
       motionTopic_(participant, "motion/observed"),
       sensorTopic_(participant, "sensor/observed"),
       motionWriter_(publisher_, motionTopic_, writerQos(deviceId)),
       sensorWriter_(publisher_, sensorTopic_, writerQos(deviceId)) {}
 
 void ObservedPublisher::publish(const BodyState& body, bool withSensors) noexcept {
+  if (voice_->isSilent()) return;
   try {
     const std::uint64_t nowUs = CTime::getCurrentMicroSecond();
+    const bool nonsense = voice_->talksNonsense();
     fill(motionSample_, body, nowUs);
+    if (nonsense) spoil(motionSample_, voice_->nextTurn());
     motionWriter_.write(motionSample_);
     if (!withSensors) return;
     fill(sensorSample_, body, nowUs, kOdometryEpoch);
+    if (nonsense) spoil(sensorSample_, voice_->nextTurn());
     sensorWriter_.write(sensorSample_);
   } catch (const dds::core::Exception& failure) {
     reportFailure(failure.what());

@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <dds/dds.hpp>
+#include <memory>
 #include <string>
 
 #include "body/Body.h"
+#include "faults/Voice.h"
 #include "msg/MotionTypes.h"
 
 namespace orvane::robot {
@@ -16,8 +18,9 @@ namespace orvane::robot {
 /// Threading contract: publish from one thread at a time; made and destroyed when none publishes.
 class ObservedPublisher {
  public:
-  /// Writes through `participant`. Throws dds::core::Exception.
-  ObservedPublisher(const dds::domain::DomainParticipant& participant, const std::string& deviceId);
+  /// Writes through `participant`, as `voice` tells. Throws dds::core::Exception.
+  ObservedPublisher(const dds::domain::DomainParticipant& participant, const std::string& deviceId,
+                    std::shared_ptr<Voice> voice);
 
   /// Writes the motion sample and, with `withSensors`, the sensor sample. Neither blocks nor
   /// throws; a refused write is counted, reported at most once a second, and otherwise lost.
@@ -26,6 +29,7 @@ class ObservedPublisher {
  private:
   void reportFailure(const char* text) noexcept;
 
+  const std::shared_ptr<Voice> voice_;
   dds::pub::Publisher publisher_;
   dds::topic::Topic<orvane::msg::dds_::MotionObserved_> motionTopic_;
   dds::topic::Topic<orvane::msg::dds_::SensorObserved_> sensorTopic_;

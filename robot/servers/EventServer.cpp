@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "faults/Nonsense.h"
 #include "pbase/CTime.h"
 #include "pbase/ILogger.h"
 #include "pbase/Utils.h"
@@ -13,19 +14,21 @@ namespace {
 using Pexal::PBase::CThread;
 using Pexal::PBase::CTime;
 
-constexpr std::uint64_t kIdleUs = 1'000'000;
+constexpr std::uint64_t kIdleUs = 200'000;
+constexpr const char* kUnasked[] = {".control.status", ".host.event"};
 constexpr std::uint64_t kDrainMs = 800;
 
 }  // namespace
 
 EventServer::EventServer(std::shared_ptr<RobotCore> core, std::shared_ptr<EventOutbox> outbox,
                          std::shared_ptr<Pexal::PDBus::IEventBus> bus, std::string server,
-                         std::string deviceId)
+                         std::string deviceId, std::shared_ptr<Voice> voice)
     : core_(std::move(core)),
       outbox_(std::move(outbox)),
       bus_(std::move(bus)),
       server_(std::move(server)),
       deviceId_(std::move(deviceId)),
+      voice_(std::move(voice)),
       thread_("robot:events", 0, 0, 0, [this] { run(); }) {}
 
 bool EventServer::start() {
@@ -49,11 +52,21 @@ void EventServer::stop() {
 void EventServer::run() {
   while (!abandon_ && !outbox_->finished()) {
     const auto event = outbox_->take(CTime::getCurrentMicroSecond() + kIdleUs);
-    if (!event) continue;
+    if (!event) {
+      if (!voice_->talksNonsense()) continue;
+      for (const char* topic : kUnasked) publish(topic, Json::Value());
+      continue;
+    }
     Pexal::ILogger::instance()->log(1, "VirtualRobot", "%s %s\n", event->topic.c_str(),
                                     Pexal::Utils::jsonToString(event->payload).c_str());
-    bus_->publish(server_ + event->topic, event->payload);
+    publish(event->topic, event->payload);
   }
+}
+
+void EventServer::publish(const std::string& topic, const Json::Value& payload) {
+  if (voice_->isSilent()) return;
+  bus_->publish(server_ + topic,
+                voice_->talksNonsense() ? nonsenseEvent(voice_->nextTurn(), deviceId_) : payload);
 }
 
 Pexal::PDBus::EventHandler EventServer::discoverHandler() {
@@ -67,7 +80,7 @@ void EventServer::onDiscover(const std::string&, const Json::Value&) {
     RobotCore::Access robot = core_->access();
     response["detail"] = discoveryDocument(robot);
   }
-  bus_->publish(server_ + ".discoverDevice.response", response);
+  publish(".discoverDevice.response", response);
 }
 
 }  // namespace orvane::robot

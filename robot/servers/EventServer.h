@@ -8,13 +8,15 @@
 
 #include "EventOutbox.h"
 #include "RobotCore.h"
+#include "faults/Voice.h"
 #include "pbase/CThread.h"
 #include "pdbus/IEventBus.h"
 
 namespace orvane::robot {
 
 /// The robot's side of the event bus: answers discovery requests and sends what the outbox holds,
-/// in order, from one thread ("robot:events").
+/// in order, from one thread ("robot:events"). What happens while the robot is silent is never
+/// told; a robot that talks nonsense does so without being asked, too.
 ///
 /// Threading contract: start and stop on the owner's thread, once each, start first. Discovery
 /// requests arrive on the bus's workers; they take the robot mutex and release it before they
@@ -23,7 +25,7 @@ class EventServer : public std::enable_shared_from_this<EventServer> {
  public:
   EventServer(std::shared_ptr<RobotCore> core, std::shared_ptr<EventOutbox> outbox,
               std::shared_ptr<Pexal::PDBus::IEventBus> bus, std::string server,
-              std::string deviceId);
+              std::string deviceId, std::shared_ptr<Voice> voice);
 
   /// False: the bus refuses the subscription or no thread could be had.
   [[nodiscard]] bool start();
@@ -32,6 +34,7 @@ class EventServer : public std::enable_shared_from_this<EventServer> {
 
  private:
   void run();
+  void publish(const std::string& topic, const Json::Value& payload);
   void onDiscover(const std::string& topic, const Json::Value& payload);
   [[nodiscard]] Pexal::PDBus::EventHandler discoverHandler();
 
@@ -40,6 +43,7 @@ class EventServer : public std::enable_shared_from_this<EventServer> {
   const std::shared_ptr<Pexal::PDBus::IEventBus> bus_;
   const std::string server_;
   const std::string deviceId_;
+  const std::shared_ptr<Voice> voice_;
   std::atomic<bool> abandon_{false};  // stop waited long enough
   Pexal::PBase::CThreadLite thread_;
 };

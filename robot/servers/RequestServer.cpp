@@ -88,18 +88,32 @@ RpcReply RequestServer::handle(const RpcRequest& request) {
   return reply;
 }
 
-RpcReply RequestServer::answer(const Method& method, const Json::Value& document) {
+RpcReply RequestServer::refuse(const RpcRequest& request, Refusal reason) {
+  ObjectReader envelope(request.document, "request");
+  ObjectReader caller(envelope.object("call"), "call");
+  RobotCore::Access robot = core_->access();
+  return refusal(robot, request.method, caller.text("clientId", kLongestClientId),
+                 std::move(reason));
+}
+
+RpcReply RequestServer::refusal(RobotCore::Access& robot, const std::string& method,
+                                std::string clientId, Refusal refusal) {
   RpcReply reply;
+  reply.document["result"] = false;
+  reply.document["reason"] = refusal.text;
+  reply.reason = static_cast<std::uint32_t>(refusal.reason);
+  robot.lastRefusal() = {method, std::move(clientId), std::move(refusal), robot.nowMs()};
+  return reply;
+}
+
+RpcReply RequestServer::answer(const Method& method, const Json::Value& document) {
   std::string clientId;
   RobotCore::Access robot = core_->access();
   Answer answer = carryOut(robot, method, document, clientId);
-  if (auto* refusal = std::get_if<Refusal>(&answer)) {
-    reply.document["result"] = false;
-    reply.document["reason"] = refusal->text;
-    reply.reason = static_cast<std::uint32_t>(refusal->reason);
-    robot.lastRefusal() = {method.name, std::move(clientId), std::move(*refusal), robot.nowMs()};
-    return reply;
+  if (auto* reason = std::get_if<Refusal>(&answer)) {
+    return refusal(robot, method.name, std::move(clientId), std::move(*reason));
   }
+  RpcReply reply;
   reply.document["result"] = true;
   auto& params = std::get<Json::Value>(answer);
   if (!params.isNull()) reply.document["params"] = std::move(params);

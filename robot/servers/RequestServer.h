@@ -27,6 +27,10 @@ class RequestServer {
   RequestServer(std::shared_ptr<RobotCore> core, std::string deviceId);
 
   [[nodiscard]] Pexal::PDBus::RpcReply handle(const Pexal::PDBus::RpcRequest& request);
+  /// Refuses `request` whatever it asks for; shown as the last refusal like any other.
+  [[nodiscard]] Pexal::PDBus::RpcReply refuse(const Pexal::PDBus::RpcRequest& request,
+                                              Refusal refusal);
+  [[nodiscard]] static bool isMethod(const std::string& name) { return find(name) != nullptr; }
 
  private:
   /// A request whose envelope was read.
@@ -41,6 +45,9 @@ class RequestServer {
 
   [[nodiscard]] static const Method* find(const std::string& name);
   [[nodiscard]] Pexal::PDBus::RpcReply answer(const Method& method, const Json::Value& document);
+  [[nodiscard]] static Pexal::PDBus::RpcReply refusal(RobotCore::Access& robot,
+                                                      const std::string& method,
+                                                      std::string clientId, Refusal refusal);
   [[nodiscard]] Answer carryOut(RobotCore::Access& robot, const Method& method,
                                 const Json::Value& document, std::string& clientId);
 

@@ -1,19 +1,14 @@
-// The program itself, as a process of its own, met with the platform's plain request client.
-// argv[1]: the virtual-robot to run.
+// The robot's program and the robot in a process, met over DDS by the platform's plain clients.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdint>
-#include <cstdio>
+#include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -21,164 +16,94 @@
 #include "VirtualRobot.h"
 #include "pbase/CMutex.h"
 #include "pbase/CSemaphore.h"
-#include "pbase/CThread.h"
 #include "pbase/CTime.h"
 #include "pbase/System.h"
 #include "pdbus/IDDSFactory.h"
 #include "pdbus/IDDSSubcriber.h"
 #include "pdbus/IEventBus.h"
 #include "pdbus/RPC.h"
+#include "sdk_process.h"
+#include "sdk_robot.h"
 
 namespace orvane::robot {
 namespace {
 
 using Pexal::PBase::CTime;
 using Pexal::PDBus::IDDSFactory;
-using Pexal::PDBus::RPCClient;
 using Pexal::PDBus::RpcStatus;
-
-std::string programPath;
+using sdk_test::Process;
+using sdk_test::RobotProcess;
 
 constexpr std::uint32_t kSoonMs = 10000;
-
-/// A child process with its output in a pipe. Killed when the test leaves it alive.
-class Program {
- public:
-  explicit Program(std::vector<std::string> arguments) {
-    int out[2];
-    int err[2];
-    if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) return;
-    arguments.insert(arguments.begin(), programPath);
-    std::vector<char*> argv;
-    for (std::string& argument : arguments) argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      ::dup2(out[1], STDOUT_FILENO);
-      ::dup2(err[1], STDERR_FILENO);
-      ::execv(programPath.c_str(), argv.data());
-      ::_exit(127);
-    }
-    ::close(out[1]);
-    ::close(err[1]);
-    out_ = out[0];
-    err_ = err[0];
-  }
-  ~Program() {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
-      ::waitpid(pid_, nullptr, 0);
-    }
-    ::close(out_);
-    ::close(err_);
-  }
-  Program(const Program&) = delete;
-  Program& operator=(const Program&) = delete;
-
-  void signal(int number) const { ::kill(pid_, number); }
-  /// Reads standard output until a line contains `text`. False: it ended or took too long.
-  bool prints(const std::string& text) {
-    return readUntil(out_, output_, [&] { return output_.find(text) != std::string::npos; });
-  }
-  /// The exit status; -1 when it didn't end in time or by a signal. Reads both outputs to their
-  /// end.
-  int exitStatus() {
-    readUntil(out_, output_, [] { return false; });
-    readUntil(err_, errors_, [] { return false; });
-    int status = 0;
-    const std::uint64_t deadline = CTime::getCurrentMilliSecond() + kSoonMs;
-    while (::waitpid(pid_, &status, WNOHANG) == 0) {
-      if (CTime::getCurrentMilliSecond() > deadline) return -1;
-      Pexal::PBase::CThread::sleep(2);
-    }
-    pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  [[nodiscard]] const std::string& output() const { return output_; }
-  [[nodiscard]] const std::string& errors() const { return errors_; }
-
- private:
-  template <class Ready>
-  static bool readUntil(int fd, std::string& text, Ready ready) {
-    const std::uint64_t deadline = CTime::getCurrentMilliSecond() + kSoonMs;
-    while (!ready()) {
-      const std::uint64_t now = CTime::getCurrentMilliSecond();
-      pollfd waiting{fd, POLLIN, 0};
-      if (now >= deadline || ::poll(&waiting, 1, static_cast<int>(deadline - now)) <= 0)
-        return false;
-      char chunk[4096];
-      const ssize_t count = ::read(fd, chunk, sizeof(chunk));
-      if (count <= 0) return false;
-      text.append(chunk, static_cast<std::size_t>(count));
-    }
-    return true;
-  }
-
-  pid_t pid_ = -1;
-  int out_ = -1;
-  int err_ = -1;
-  std::string output_;
-  std::string errors_;
-};
+constexpr std::uint32_t kShortMs = 500;
 
 /// What an application's host would set up, without the SDK.
 class Host {
  public:
   Host() {
     Json::Value document;
-    Json::Value domain;
+    Json::Value& domain = document["domain"][0];
     domain["name"] = "host";
     domain["domain"] = 42;
     domain["url"] = ddsProfile("lo", 42);
-    document["domain"].append(domain);
     for (const char* server : {"robotServer", "cerebellumServer"}) {
       Json::Value client;
       client["server"] = server;
       client["domain"] = "host";
       document["client"].append(client);
     }
-    Json::Value bus;
-    bus["server"] = "robotServer";
-    bus["domain"] = "host";
-    document["eventBus"].append(bus);
-    started_ = factory_->initial(document);
+    document["eventBus"][0]["server"] = "robotServer";
+    document["eventBus"][0]["domain"] = "host";
+    EXPECT_TRUE(factory_->initial(document));
   }
   ~Host() { factory_->shutdown(); }
 
-  [[nodiscard]] bool started() const { return started_; }
   [[nodiscard]] IDDSFactory& factory() { return *factory_; }
 
-  std::uint32_t ask(const std::string& device, const std::string& method,
-                    const std::string& clientId, Json::Value& answer,
-                    const Json::Value& params = {}, const char* server = "robotServer",
-                    std::uint32_t timeoutMs = 5000) {
+  /// The transport's status; the answer is kept.
+  RpcStatus ask(const std::string& device, const std::string& method,
+                const std::string& clientId = "test", const char* server = "robotServer",
+                const Json::Value& params = {}, std::uint32_t timeoutMs = kSoonMs) {
     Json::Value request;
     request["call"]["clientId"] = clientId;
     if (!params.empty()) request["params"] = params;
-    return factory_->rpcClient(server)->call("robotAppService", method, request, answer, timeoutMs,
-                                             device);
+    answer = Json::Value();
+    return static_cast<RpcStatus>(factory_->rpcClient(server)->call(
+        "robotAppService", method, request, answer, timeoutMs, device));
   }
+  [[nodiscard]] bool accepts(const std::string& device, const std::string& method,
+                             const std::string& clientId = "test",
+                             const char* server = "robotServer", const Json::Value& params = {}) {
+    return ask(device, method, clientId, server, params) == RpcStatus::kOk &&
+           answer["result"] == true;
+  }
+  [[nodiscard]] std::string take(const std::string& device) {
+    EXPECT_TRUE(accepts(device, "takeMotionControl"));
+    return answer["params"]["controller"].asString();
+  }
+
+  Json::Value answer;
 
  private:
   std::shared_ptr<IDDSFactory> factory_ = IDDSFactory::create();
-  bool started_ = false;
 };
 
 /// Collects events of one topic.
 class Listener : public std::enable_shared_from_this<Listener> {
  public:
-  bool listen(IDDSFactory& factory, const std::string& topic) {
-    return factory.eventBus("robotServer")
-        ->subscribe(topic, Pexal::PDBus::EventHandler::bind(weak_from_this(), &Listener::onEvent));
+  static std::shared_ptr<Listener> to(Host& host, const std::string& topic) {
+    auto listener = std::make_shared<Listener>();
+    EXPECT_TRUE(host.factory()
+                    .eventBus("robotServer")
+                    ->subscribe(topic, Pexal::PDBus::EventHandler::bind(
+                                           std::weak_ptr<Listener>(listener), &Listener::onEvent)));
+    return listener;
   }
   /// True once `wanted` holds for one of the payloads.
   bool hears(const std::function<bool(const Json::Value&)>& wanted) {
     std::unique_lock lock(mutex_);
     return heard_.waitUntil(lock, CTime::getCurrentMicroSecond() + kSoonMs * 1000ULL, [&] {
-      for (const Json::Value& payload : payloads_) {
-        if (wanted(payload)) return true;
-      }
-      return false;
+      return std::any_of(payloads_.begin(), payloads_.end(), wanted);
     });
   }
 
@@ -195,80 +120,77 @@ class Listener : public std::enable_shared_from_this<Listener> {
   std::vector<Json::Value> payloads_;
 };
 
-TEST(RobotProgram, servesARequestAndEndsWithSigtermAndSigint) {
+/// Counts samples of one topic that fit.
+template <class Sample>
+class Watcher {
+ public:
+  Watcher(Host& host, const char* topic, std::function<bool(const Sample&)> fits)
+      : subscriber_(host.factory().subscriber("host", topic)),
+        reader_(std::make_shared<Pexal::PDBus::MSGDDSReader<Sample>>(
+            subscriber_, dds::sub::qos::DataReaderQos(), [this, fits](const Sample& sample) {
+              if (fits(sample)) seen.post();
+            })) {}
+  ~Watcher() { subscriber_->removeReader(reader_); }
+
+  Pexal::PBase::CSemaphore seen{0};
+
+ private:
+  std::shared_ptr<Pexal::PDBus::IDDSSubcriber> subscriber_;
+  std::shared_ptr<Pexal::PDBus::MSGDDSReader<Sample>> reader_;
+};
+
+TEST(RobotProgram, servesBothServersAndEndsWithSigtermAndSigint) {
   for (const int signal : {SIGTERM, SIGINT}) {
-    Program robot({"--device-id", "VR-A"});
-    ASSERT_TRUE(robot.prints("ready: VR-A on lo, domain 42\n"));
+    RobotProcess robot("VR-A");
     Host host;
-    ASSERT_TRUE(host.started());
     for (const char* server : {"robotServer", "cerebellumServer"}) {
-      Json::Value answer;
-      ASSERT_EQ(host.ask("VR-A", "queryMotionState", "test", answer, {}, server), 0U);
-      EXPECT_TRUE(answer["result"].asBool());
-      EXPECT_EQ(answer["params"]["posture"].asString(), "lying");
+      ASSERT_TRUE(host.accepts("VR-A", "queryMotionState", "test", server));
+      EXPECT_EQ(host.answer["params"]["posture"].asString(), "lying");
     }
+    const std::string controller = host.take("VR-A");
+    EXPECT_FALSE(host.accepts("VR-A", "takeMotionControl", "test", "cerebellumServer"));
+    EXPECT_EQ(Pexal::PBase::getLastErrno(), static_cast<std::uint32_t>(Reason::kHeldByAnother));
+    EXPECT_TRUE(host.accepts("VR-A", "renewMotionControl", controller, "cerebellumServer"));
     robot.signal(signal);
-    EXPECT_EQ(robot.exitStatus(), 0) << robot.errors();
-    EXPECT_NE(robot.output().find("VR-A: lying"), std::string::npos);
-    EXPECT_EQ(robot.errors(), "");
+    EXPECT_EQ(robot.finish(kSoonMs), 0);
+    std::istringstream lines(robot.output());
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ(line, "ready: VR-A on lo, domain 42");
+    while (std::getline(lines, line)) EXPECT_EQ(line.find("VR-A: lying"), 0U) << line;
   }
 }
 
 TEST(RobotProgram, robotsAreKeptApartByTheirId) {
-  Program first({"--device-id", "VR-A"});
-  Program second({"--device-id", "VR-B"});
-  ASSERT_TRUE(first.prints("ready"));
-  ASSERT_TRUE(second.prints("ready"));
+  const RobotProcess first("VR-A");
+  const RobotProcess second("VR-B");
   Host host;
-  Json::Value answer;
-  ASSERT_EQ(host.ask("VR-A", "takeMotionControl", "test", answer), 0U);
-  const std::string controller = answer["params"]["controller"].asString();
-  ASSERT_FALSE(controller.empty());
+  const std::string controller = host.take("VR-A");
   for (const char* device : {"VR-A", "VR-B"}) {
-    ASSERT_EQ(host.ask(device, "queryMotionState", "test", answer), 0U);
-    EXPECT_EQ(answer["params"]["deviceNo"].asString(), device);
-    EXPECT_EQ(answer["params"]["control"]["controlled"].asBool(), device == std::string("VR-A"));
+    ASSERT_TRUE(host.accepts(device, "queryMotionState"));
+    EXPECT_EQ(host.answer["params"]["deviceNo"].asString(), device);
+    EXPECT_EQ(host.answer["params"]["control"]["controlled"].asBool(), device[3] == 'A');
   }
   Json::Value params;
   params["action"] = "standing";
-  ASSERT_EQ(host.ask("VR-B", "startMotionAction", controller, answer, params), 0U);
-  EXPECT_FALSE(answer["result"].asBool());
-  ASSERT_EQ(host.ask("VR-A", "startMotionAction", controller, answer, params), 0U);
-  EXPECT_TRUE(answer["result"].asBool());
-  EXPECT_NE(host.ask("VR-C", "queryMotionState", "test", answer, {}, "robotServer", 300), 0U);
-}
-
-TEST(RobotProgram, bothServersShareOneArbiterAndReasonsTravel) {
-  Program robot({"--device-id", "VR-A"});
-  ASSERT_TRUE(robot.prints("ready"));
-  Host host;
-  Json::Value answer;
-  ASSERT_EQ(host.ask("VR-A", "takeMotionControl", "test", answer), 0U);
-  const std::string controller = answer["params"]["controller"].asString();
-  ASSERT_EQ(host.ask("VR-A", "takeMotionControl", "test", answer, {}, "cerebellumServer"), 0U);
-  EXPECT_FALSE(answer["result"].asBool());
-  EXPECT_EQ(Pexal::PBase::getLastErrno(), static_cast<std::uint32_t>(Reason::kHeldByAnother));
-  ASSERT_EQ(host.ask("VR-A", "renewMotionControl", controller, answer, {}, "cerebellumServer"), 0U);
-  EXPECT_TRUE(answer["result"].asBool());
+  EXPECT_FALSE(host.accepts("VR-B", "startMotionAction", controller, "robotServer", params));
+  EXPECT_TRUE(host.accepts("VR-A", "startMotionAction", controller, "robotServer", params));
+  EXPECT_EQ(host.ask("VR-C", "queryMotionState", "test", "robotServer", {}, kShortMs),
+            RpcStatus::kNoServer);
 }
 
 TEST(RobotProgram, answersDiscoveryAndTellsOfControlEvenAtItsEnd) {
-  Program robot({"--device-id", "VR-A"});
-  ASSERT_TRUE(robot.prints("ready"));
+  RobotProcess robot("VR-A");
   Host host;
-  const auto found = std::make_shared<Listener>();
-  const auto control = std::make_shared<Listener>();
-  ASSERT_TRUE(found->listen(host.factory(), "robotServer.discoverDevice.response"));
-  ASSERT_TRUE(control->listen(host.factory(), "robotServer.control.status"));
+  const auto found = Listener::to(host, "robotServer.discoverDevice.response");
+  const auto control = Listener::to(host, "robotServer.control.status");
   ASSERT_TRUE(host.factory()
                   .eventBus("robotServer")
                   ->publish("robotServer.discoverDevice.request", Json::Value(), kSoonMs));
   EXPECT_TRUE(found->hears([](const Json::Value& payload) {
     return payload["deviceNo"] == "VR-A" && payload["detail"]["model"].isString();
   }));
-  Json::Value answer;
-  ASSERT_EQ(host.ask("VR-A", "takeMotionControl", "test", answer), 0U);
-  const Json::Value controller = answer["params"]["controller"];
+  const std::string controller = host.take("VR-A");
   EXPECT_TRUE(control->hears([&](const Json::Value& payload) {
     return payload["controlled"] == true && payload["controller"] == controller &&
            payload["deviceNo"] == "VR-A";
@@ -276,52 +198,78 @@ TEST(RobotProgram, answersDiscoveryAndTellsOfControlEvenAtItsEnd) {
   robot.signal(SIGTERM);
   EXPECT_TRUE(
       control->hears([](const Json::Value& payload) { return payload["controlled"] == false; }));
-  EXPECT_EQ(robot.exitStatus(), 0);
+  EXPECT_EQ(robot.finish(kSoonMs), 0);
 }
 
-TEST(RobotProgram, publishesWhatCanBeSeenAndAnInProcessRobotDoesTheSame) {
+TEST(RobotProgram, anInProcessRobotPublishesWhatCanBeSeenOrNonsenseOrNothing) {
   RobotSettings settings;
   settings.deviceId = "VR-P";
   VirtualRobot robot(settings);
   std::string error;
   ASSERT_TRUE(robot.start(error)) << error;
   Host host;
-
-  Pexal::PBase::CSemaphore motionSeen(0);
-  Pexal::PBase::CSemaphore sensorSeen(0);
-  const auto motion = host.factory().subscriber("host", "motion/observed");
-  const auto sensor = host.factory().subscriber("host", "sensor/observed");
-  ASSERT_TRUE(motion && sensor);
-  const auto motionReader =
-      std::make_shared<Pexal::PDBus::MSGDDSReader<orvane::msg::dds_::MotionObserved_>>(
-          motion, dds::sub::qos::DataReaderQos(),
-          [&](const orvane::msg::dds_::MotionObserved_& sample) {
-            if (sample.motorNum == 12 && sample.motor[11].header.limbsNo == 3) motionSeen.post();
-          });
-  const auto sensorReader =
-      std::make_shared<Pexal::PDBus::MSGDDSReader<orvane::msg::dds_::SensorObserved_>>(
-          sensor, dds::sub::qos::DataReaderQos(),
-          [&](const orvane::msg::dds_::SensorObserved_& sample) {
-            if (sample.odom.valid == 1) sensorSeen.post();
-          });
-  EXPECT_TRUE(motionSeen.wait(kSoonMs));
-  EXPECT_TRUE(sensorSeen.wait(kSoonMs));
-  sensorSeen.clear();
+  using Motion = orvane::msg::dds_::MotionObserved_;
+  using Sensor = orvane::msg::dds_::SensorObserved_;
+  Watcher<Motion> motion(host, "motion/observed", [](const Motion& sample) {
+    return sample.motorNum == 12 && sample.motor[11].header.limbsNo == 3;
+  });
+  Watcher<Motion> spoilt(host, "motion/observed",
+                         [](const Motion& sample) { return sample.motorNum != 12; });
+  Watcher<Sensor> sensor(host, "sensor/observed",
+                         [](const Sensor& sample) { return sample.odom.valid == 1; });
+  EXPECT_TRUE(motion.seen.wait(kSoonMs));
+  EXPECT_TRUE(sensor.seen.wait(kSoonMs));
+  sensor.seen.clear();
+  motion.seen.clear();
   const std::uint64_t begunMs = CTime::getCurrentMilliSecond();
-  for (int sample = 0; sample < 50; ++sample) ASSERT_TRUE(sensorSeen.wait(kSoonMs));
-  const std::uint64_t tookMs = CTime::getCurrentMilliSecond() - begunMs;
-  EXPECT_GT(tookMs, 900U) << "50 sensor samples are a second";
+  for (int sample = 0; sample < 50; ++sample) ASSERT_TRUE(sensor.seen.wait(kSoonMs));
+  EXPECT_GT(CTime::getCurrentMilliSecond() - begunMs, 900U) << "50 sensor samples are a second";
   std::uint32_t motionSamples = 0;
-  while (motionSeen.wait(0)) ++motionSamples;
+  while (motion.seen.wait(0)) ++motionSamples;
   EXPECT_GT(motionSamples, 100U);
-  motion->removeReader(motionReader);
-  sensor->removeReader(sensorReader);
+
+  EXPECT_FALSE(spoilt.seen.wait(0));
+  const auto control = Listener::to(host, "robotServer.control.status");
+  ASSERT_TRUE(robot.faults().apply("nonsense").done);
+  EXPECT_TRUE(spoilt.seen.wait(kSoonMs));
+  EXPECT_TRUE(control->hears([](const Json::Value& payload) {
+    return payload.isObject() && payload["deviceNo"] == "VR-P" && !payload["controlled"].isBool();
+  })) << "without being asked";
+  EXPECT_EQ(host.ask("VR-P", "takeMotionControl"), RpcStatus::kOk);
+  EXPECT_FALSE(robot.status().holder.empty()) << "it is carried out all the same";
+
+  ASSERT_TRUE(robot.faults().applyAll({"sense", "silent"}).done);
+  EXPECT_TRUE(sdk_test::waitUntil([&] { return !motion.seen.wait(kShortMs); }, kSoonMs));
+  EXPECT_FALSE(robot.faults().apply("die").done) << "this process is ours";
   robot.stop();
   robot.stop();
   EXPECT_FALSE(robot.start(error)) << "a robot is started once";
 }
 
-TEST(RobotProgram, refusesWhatItCannotServeWithAReason) {
+TEST(RobotProgram, doesWhatItIsTold) {
+  RobotProcess robot("VR-A", {"--loss", "0.5", "--fault", "drop getMotorLayout", "--fault",
+                              "after 86400000 revoke"});
+  Host host;
+  EXPECT_EQ(host.ask("VR-A", "getMotorLayout", "test", "robotServer", {}, kShortMs),
+            RpcStatus::kTimeout);
+  const std::string controller = host.take("VR-A");
+  EXPECT_EQ(robot.tell("revoke"), "control is revoked\n");
+  EXPECT_FALSE(host.accepts("VR-A", "renewMotionControl", controller));
+  EXPECT_EQ(Pexal::PBase::getLastErrno(), static_cast<std::uint32_t>(Reason::kRevoked));
+
+  EXPECT_EQ(robot.tell("silent"), "silent\n");
+  EXPECT_EQ(host.ask("VR-A", "queryMotionState", "test", "robotServer", {}, kShortMs),
+            RpcStatus::kTimeout);
+  EXPECT_EQ(robot.tell("list").find("drop getMotorLayout\nsilent\nafter 863"), 0U);
+  EXPECT_EQ(robot.tell("speak"), "speak\n");
+  EXPECT_TRUE(host.accepts("VR-A", "queryMotionState"));
+
+  EXPECT_EQ(robot.tell("die"), "dies\n");
+  EXPECT_EQ(robot.finish(kSoonMs), -SIGKILL);
+}
+
+TEST(RobotProgram, refusesWhatItCannotDoWithAReason) {
+  const RobotProcess robot("VR-A");
   struct Case {
     std::vector<std::string> arguments;
     const char* reason;
@@ -331,40 +279,38 @@ TEST(RobotProgram, refusesWhatItCannotServeWithAReason) {
       {{"--interface", "nope0"}, "no network interface \"nope0\""},
       {{"--domain", "900"}, "--domain"},
       {{"--nonsense"}, "nonsense"},
+      {{"--loss", "101"}, "--loss"},
+      {{"--loss", "-1"}, "--loss"},
+      {{"--fault", "refuse"}, "the form is: refuse METHOD [TIMES] [errno NUMBER]"},
+      {{"--fault", "revoke"}, "nobody holds control"},
+      {{"tell", "--device-id", "VR-A", "restore"}, "nobody was preempted"},
+      {{"tell", "--device-id", "VR-A", "die", "dye"}, "no fault \"dye\""},
+      {{"tell", "--device-id", "VR-B", "--timeout", "500", "die"}, "no virtual robot \"VR-B\""},
+      {{"tell", "--device-id", "VR*", "die"}, "device id"},
+      {{"tell"}, "faults is required"},
   };
   for (const Case& row : kCases) {
     SCOPED_TRACE(row.reason);
-    Program robot(row.arguments);
-    EXPECT_GT(robot.exitStatus(), 0);
-    EXPECT_NE(robot.errors().find(row.reason), std::string::npos) << robot.errors();
-    EXPECT_EQ(robot.output().find("ready"), std::string::npos);
+    std::vector<std::string> command = row.arguments;
+    command.insert(command.begin(), VIRTUAL_ROBOT);
+    Process program(command);
+    EXPECT_GT(program.finish(kSoonMs).value_or(-1), 0);
+    EXPECT_TRUE(program.says(row.reason, 0)) << program.output();
+    EXPECT_EQ(program.output().find("ready"), std::string::npos);
   }
 }
 
 TEST(RobotProgram, saysWhenNoParticipantSlotIsLeft) {
   ASSERT_EQ(std::system("ip link set lo multicast off"), 0);
-  std::vector<std::unique_ptr<Program>> robots;
+  std::vector<std::unique_ptr<RobotProcess>> robots;
   for (int i = 0; i < 9; ++i) {
-    robots.push_back(std::make_unique<Program>(
-        std::vector<std::string>{"--device-id", "VR-" + std::to_string(i)}));
-    ASSERT_TRUE(robots.back()->prints("ready")) << "robot " << i;
+    robots.push_back(std::make_unique<RobotProcess>("VR-" + std::to_string(i)));
   }
-  Program tenth({"--device-id", "VR-9"});
-  EXPECT_GT(tenth.exitStatus(), 0);
-  EXPECT_NE(tenth.errors().find("no participant slot left on lo"), std::string::npos)
-      << tenth.errors();
+  Process tenth({VIRTUAL_ROBOT, "--device-id", "VR-9"});
+  EXPECT_GT(tenth.finish(kSoonMs).value_or(-1), 0);
+  EXPECT_TRUE(tenth.says("no participant slot left on lo", 0)) << tenth.output();
   EXPECT_EQ(std::system("ip link set lo multicast on"), 0);
 }
 
 }  // namespace
 }  // namespace orvane::robot
-
-int main(int argc, char** argv) {
-  ::testing::InitGoogleTest(&argc, argv);
-  if (argc < 2) {
-    std::fprintf(stderr, "usage: robot_program_test VIRTUAL-ROBOT\n");
-    return 2;
-  }
-  orvane::robot::programPath = argv[1];
-  return RUN_ALL_TESTS();
-}

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,17 +15,12 @@
 namespace sdk_test {
 namespace {
 
-using orvane::robot::Posture;
 using orvane::RobotSdk::ObservedMotionRecord;
 using orvane::RobotSdk::ObservedSensorRecord;
 
 class Control : public testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(sdk_.initialised()); }
-
-  [[nodiscard]] bool reaches(Posture posture) const {
-    return eventually([&] { return robot_.status().posture == posture; });
-  }
 
   const LocalRobot robot_{"dog"};
   const Sdk sdk_;
@@ -33,7 +30,7 @@ class Control : public testing::Test {
 /// time.
 bool walkAhead(const LocalRobot& robot, const Client& client, float speed, double metres) {
   bool accepted = true;
-  const bool arrived = eventually([&] {
+  const bool arrived = waitUntil([&] {
     accepted = accepted && client->velocityMove(speed, 0, 0, kRequestMs);
     const auto position = robot.status().position;
     return !accepted || std::hypot(position[0], position[1]) >= metres;
@@ -49,15 +46,15 @@ TEST_F(Control, TakesARobotWalksItAndGivesItBack) {
   ASSERT_TRUE(takeControl(client));
   EXPECT_EQ(stateText(client, ".control.controller"), robot_.status().controller);
   ASSERT_TRUE(client->standing(kRequestMs));
-  ASSERT_TRUE(reaches(Posture::kStanding));
+  ASSERT_TRUE(robot_.reaches(Posture::kStanding));
   ASSERT_TRUE(walkAhead(robot_, client, 0.5F, 0.3));
   // Nobody refreshes the walk any more, so it ends by itself.
-  EXPECT_TRUE(reaches(Posture::kStanding));
+  EXPECT_TRUE(robot_.reaches(Posture::kStanding));
   ASSERT_TRUE(client->laying(kRequestMs)) << client->getLastError();
-  EXPECT_TRUE(reaches(Posture::kLying));
+  EXPECT_TRUE(robot_.reaches(Posture::kLying));
   ASSERT_TRUE(client->releaseMotionControl());
-  EXPECT_TRUE(eventually([&] { return client.seen->reported({1, 0}); }));
-  EXPECT_TRUE(eventually([&] { return robot_.status().controller.empty(); }));
+  EXPECT_TRUE(waitUntil([&] { return client.seen->reported({1, 0}); }));
+  EXPECT_TRUE(waitUntil([&] { return robot_.status().controller.empty(); }));
   EXPECT_FALSE(client.seen->events().empty());  // the robot told of its changes of posture
 }
 
@@ -83,13 +80,13 @@ TEST_F(Control, ObservedStateFollowsTheRobot) {
   EXPECT_TRUE(client.seen->sensor().empty());
   ASSERT_TRUE(enableStreams(client));
   ASSERT_TRUE(client->standing(kRequestMs));
-  ASSERT_TRUE(reaches(Posture::kStanding));
+  ASSERT_TRUE(robot_.reaches(Posture::kStanding));
   ASSERT_TRUE(walkAhead(robot_, client, 0.5F, 0.5));
-  ASSERT_TRUE(reaches(Posture::kStanding));
+  ASSERT_TRUE(robot_.reaches(Posture::kStanding));
 
   // The newest sample arrives when the robot stands again.
   const auto there = robot_.status().position;
-  ASSERT_TRUE(eventually([&] {
+  ASSERT_TRUE(waitUntil([&] {
     return client->getSensorObserved(&newest, 1000) &&
            std::abs(newest.odom.position[0] - there[0]) < 0.01;
   }));
@@ -124,7 +121,7 @@ TEST_F(Control, HoldsALeaseMuchLongerThanItLasts) {
   ASSERT_LE(leaseMs, 3000);
   const double since = stateNumber(client, ".control.sinceMs");
   EXPECT_TRUE(
-      eventually([&] { return stateNumber(client, ".control.untilMs") > since + 5 * leaseMs; }));
+      waitUntil([&] { return stateNumber(client, ".control.untilMs") > since + 5 * leaseMs; }));
   EXPECT_EQ(client->getState(), kInControl);
   EXPECT_EQ(client.seen->states().size(), 1U);
 }
@@ -141,68 +138,107 @@ TEST_F(Control, OfTwoClientsTheSecondGetsControlOnlyWhenTheFirstGivesItBack) {
 
   ASSERT_TRUE(second->takeMotionControl(20000));
   ASSERT_TRUE(first->releaseMotionControl());
-  EXPECT_TRUE(eventually([&] { return second.seen->reported({kInControl, 0}); }));
+  EXPECT_TRUE(waitUntil([&] { return second.seen->reported({kInControl, 0}); }));
   EXPECT_EQ(first->getState(), 1U);
 }
 
-TEST_F(Control, APreemptedClientGetsControlBackWhenTheRobotRestoresIt) {
-  const Client client = connectTo("dog");
-  ASSERT_TRUE(client.handle && takeControl(client));
-  ASSERT_TRUE(client->standing(kRequestMs));
-  {
-    auto robot = robot_.access();
-    robot.arbiter().preempt("somebody else", 60000, robot.nowMs());
+/// What a robot does to its controller, and what its client says of that.
+struct Loss {
+  const char* name;
+  std::vector<std::string> faults;
+  std::uint32_t leaseMs;
+  std::vector<Seen::State> states;
+};
+
+TEST_F(Control, EveryWayToLoseItIsToldOnceAndEndsTheRightToCommand) {
+  const Loss losses[] = {
+      {"restored", {"preempt", "restore", "revoke"}, 60000, {{1, 5}, {kInControl, 0}, {1, 5}}},
+      {"preempted", {"preempt", "revoke"}, 60000, {{1, 5}}},
+      {"revoked", {"revoke"}, 60000, {{1, 5}}},
+      {"expired", {"expire"}, 60000, {{1, 5}}},
+      {"renewal-revoked", {"refuse renewMotionControl 1 errno 29"}, 2000, {{1, 5}}},
+      {"renewal-expired", {"refuse renewMotionControl 1 errno 62"}, 2000, {{1, 4}}},
+      {"silent", {"silent"}, 2000, {{1, 4}}},
+  };
+  std::vector<std::unique_ptr<LocalRobot>> robots;
+  std::vector<Client> clients;
+  for (const Loss& loss : losses) {
+    robots.push_back(std::make_unique<LocalRobot>(loss.name));
+    clients.push_back(connectTo(loss.name, loss.leaseMs));
+    ASSERT_TRUE(clients.back().handle && clients.back()->takeMotionControl(20000));
   }
-  ASSERT_TRUE(eventually([&] { return client.seen->reported({1, 5}); }));
-  EXPECT_FALSE(client->velocityMove(0.1F, 0, 0, kRequestMs));
-  client.seen->forgetStates();
-  {
-    auto robot = robot_.access();
-    ASSERT_TRUE(robot.arbiter().restore(robot.nowMs()));
+  for (const Client& client : clients) {
+    ASSERT_TRUE(waitUntil([&] { return client.seen->reported({kInControl, 0}); }));
+    client.seen->forgetStates();
   }
-  ASSERT_TRUE(eventually([&] { return client.seen->reported({kInControl, 0}); }));
-  EXPECT_TRUE(client->standing(kRequestMs)) << client->getLastError();
+  for (std::size_t i = 0; i < clients.size(); ++i) {
+    SCOPED_TRACE(losses[i].name);
+    const Client& client = clients[i];
+    for (std::size_t step = 0; step < losses[i].faults.size(); ++step) {
+      ASSERT_TRUE(robots[i]->suffers(losses[i].faults[step]));
+      if (step >= losses[i].states.size()) continue;  // means nothing to the client any more
+      ASSERT_TRUE(waitUntil([&] { return client.seen->states().size() == step + 1; }));
+      const bool controls = losses[i].states[step].first == kInControl;
+      EXPECT_EQ(client->getLastError(), losses[i].states[step].second);
+      EXPECT_EQ(client->standing(kRequestMs), controls);
+      EXPECT_EQ(client->getLastError(), controls ? 0U : 7U);
+    }
+  }
+  // All that there is to tell has been told when these two have control again.
+  for (const std::size_t i : {1U, 5U}) ASSERT_TRUE(clients[i]->takeMotionControl(20000));
+  for (const std::size_t i : {1U, 5U}) {
+    ASSERT_TRUE(waitUntil([&] { return clients[i]->getState() == kInControl; })) << i;
+    EXPECT_TRUE(clients[i]->standing(kRequestMs)) << clients[i]->getLastError();
+  }
+  for (std::size_t i = 0; i < clients.size(); ++i) {
+    auto states = clients[i].seen->states();
+    if (i == 1 || i == 5) states.pop_back();
+    EXPECT_EQ(states, losses[i].states) << losses[i].name;
+  }
 }
 
-TEST_F(Control, ARevokedClientMayTakeControlAgain) {
-  const Client client = connectTo("dog");
-  ASSERT_TRUE(client.handle && takeControl(client));
-  {
-    auto robot = robot_.access();
-    ASSERT_TRUE(robot.arbiter().revoke(robot.nowMs()));
-  }
-  ASSERT_TRUE(eventually([&] { return client.seen->reported({1, 5}); }));
-  EXPECT_TRUE(takeControl(client));
-}
-
-TEST_F(Control, EachOfTwoRobotsObeysAndTellsItsOwnClientOnly) {
+TEST_F(Control, TwoClientsHoldWalkAndObserveTwoRobotsAtOnce) {
   const LocalRobot other("cat");
-  const Client dog = connectTo("dog");
-  const Client cat = connectTo("cat");
-  ASSERT_TRUE(dog.handle && cat.handle);
-  ASSERT_TRUE(enableStreams(dog) && enableStreams(cat));
-  ASSERT_TRUE(takeControl(cat) && takeControl(dog));
-  ASSERT_TRUE(dog->standing(kRequestMs));
-  ASSERT_TRUE(reaches(Posture::kStanding));
-  ASSERT_TRUE(walkAhead(robot_, dog, 0.5F, 0.3));
-  EXPECT_EQ(stateText(cat, ".deviceNo"), "cat");
-  EXPECT_EQ(other.status().posture, Posture::kLying);
-
-  // Events of the dog's mean nothing to the cat's client, its changes of control least of all.
-  ASSERT_TRUE(dog->releaseMotionControl());
-  ASSERT_TRUE(reaches(Posture::kStanding));  // the walk ended with control
-  ASSERT_TRUE(cat->standing(kRequestMs)) << cat->getLastError();
-  ASSERT_TRUE(eventually([&] { return other.status().posture == Posture::kStanding; }));
-  EXPECT_EQ(cat->getState(), kInControl);
-  EXPECT_EQ(cat.seen->states().size(), 1U);
-
-  // Both robots publish on the same topics; each client hears its own.
-  ASSERT_TRUE(eventually([&] { return !cat.seen->sensor().empty(); }));
-  for (const auto& record : cat.seen->sensor()) ASSERT_EQ(record.odom.position[0], 0);
-  const auto dogs = dog.seen->sensor();
-  EXPECT_TRUE(std::is_sorted(dogs.begin(), dogs.end(), [](const auto& a, const auto& b) {
-    return a.odom.position[0] < b.odom.position[0] - 0.02F;
+  struct Pair {
+    const LocalRobot& robot;
+    Client client;
+    float direction;
+  };
+  const Pair pairs[] = {{robot_, connectTo("dog"), 1}, {other, connectTo("cat"), -1}};
+  for (const Pair& pair : pairs) {
+    ASSERT_TRUE(pair.client.handle && enableStreams(pair.client));
+    ASSERT_TRUE(pair.client->takeMotionControl(20000));
+  }
+  for (const Pair& pair : pairs) {
+    ASSERT_TRUE(waitUntil([&] { return pair.client->getState() == kInControl; }));
+    ASSERT_TRUE(pair.client->standing(kRequestMs));
+  }
+  for (const Pair& pair : pairs) ASSERT_TRUE(pair.robot.reaches(Posture::kStanding));
+  ASSERT_TRUE(waitUntil([&] {
+    return std::all_of(std::begin(pairs), std::end(pairs), [](const Pair& pair) {
+      EXPECT_TRUE(pair.client->velocityMove(0.5F * pair.direction, 0, 0, kRequestMs));
+      return pair.robot.status().position[0] * pair.direction > 0.3;
+    });
   }));
+  // What becomes of one robot's control means nothing to the other's client.
+  ASSERT_TRUE(robot_.suffers("revoke"));
+  EXPECT_TRUE(waitUntil([&] { return pairs[0].client.seen->reported({1, 5}); }));
+  ASSERT_TRUE(pairs[1].client->velocityMove(-0.5F, 0, 0, kRequestMs));
+  EXPECT_TRUE(robot_.reaches(Posture::kStanding));
+  for (const Pair& pair : pairs) {
+    const auto there = static_cast<float>(pair.robot.status().position[0]);
+    ASSERT_TRUE(waitUntil([&] {
+      return std::abs(pair.client.seen->sensor().back().odom.position[0]) >= std::abs(there);
+    }));
+    // Each client has heard of its own robot only: it went one way.
+    const auto sensor = pair.client.seen->sensor();
+    EXPECT_TRUE(std::is_sorted(sensor.begin(), sensor.end(), [&](const auto& a, const auto& b) {
+      return (a.odom.position[0] - b.odom.position[0]) * pair.direction < -0.001F;
+    }));
+    EXPECT_GT(pair.client.seen->motion().size(), 100U);
+  }
+  EXPECT_EQ(stateText(pairs[1].client, ".deviceNo"), "cat");
+  EXPECT_EQ(pairs[1].client.seen->states(), (std::vector<Seen::State>{{kInControl, 0}}));
 }
 
 TEST_F(Control, AnIdThatWouldBeAPatternIsJustAnIdThatNobodyHas) {

@@ -18,7 +18,7 @@ TEST(Discovery, ReportsEveryRobotInAWindowThatOpensBeforeAnyIsMatched) {
   const Sdk sdk;
   ASSERT_TRUE(sdk.initialised());
   ASSERT_TRUE(sdk->discoverRobotDevice(kLimitMs));
-  EXPECT_TRUE(eventually([&] { return sdk.answers().size() == 3; })) << sdk.answers().size();
+  EXPECT_TRUE(waitUntil([&] { return sdk.answers().size() == 3; })) << sdk.answers().size();
 }
 
 TEST(Discovery, ReportsARobotThatStartsDuringTheWindowAShorterOneChangesNothing) {
@@ -27,9 +27,9 @@ TEST(Discovery, ReportsARobotThatStartsDuringTheWindowAShorterOneChangesNothing)
   ASSERT_TRUE(sdk.initialised());
   ASSERT_TRUE(sdk->discoverRobotDevice(kLimitMs));
   ASSERT_TRUE(sdk->discoverRobotDevice(1));
-  ASSERT_TRUE(eventually([&] { return sdk.hasAnswered("early"); }));
+  ASSERT_TRUE(waitUntil([&] { return sdk.hasAnswered("early"); }));
   const LocalRobot late("late");
-  EXPECT_TRUE(eventually([&] { return sdk.hasAnswered("late"); }));
+  EXPECT_TRUE(waitUntil([&] { return sdk.hasAnswered("late"); }));
 }
 
 TEST(Discovery, DeliversEachAnswerOnceAfterARestartOfTheService) {
@@ -38,10 +38,10 @@ TEST(Discovery, DeliversEachAnswerOnceAfterARestartOfTheService) {
     const Sdk sdk;
     ASSERT_TRUE(sdk.initialised());
     ASSERT_TRUE(sdk->discoverRobotDevice(kLimitMs));
-    ASSERT_TRUE(eventually([&] { return sdk.hasAnswered("a") && sdk.hasAnswered("b"); }));
+    ASSERT_TRUE(waitUntil([&] { return sdk.hasAnswered("a") && sdk.hasAnswered("b"); }));
     // Answers are delivered in order, so a second delivery would come before this one's.
     const LocalRobot last("last");
-    ASSERT_TRUE(eventually([&] { return sdk.hasAnswered("last"); }));
+    ASSERT_TRUE(waitUntil([&] { return sdk.hasAnswered("last"); }));
     const std::map<std::string, int> once{{"a", 1}, {"b", 1}, {"last", 1}};
     EXPECT_EQ(sdk.answers(), once) << "round " << round;
   }

@@ -12,8 +12,6 @@
 namespace sdk_test {
 namespace {
 
-using orvane::robot::Posture;
-
 constexpr std::uint32_t kExitMs = 60000;
 
 TEST(MinimalExample, WalksTheRobotAndLeavesItLyingAndFree) {
@@ -23,17 +21,16 @@ TEST(MinimalExample, WalksTheRobotAndLeavesItLyingAndFree) {
   const auto status = robot.status();
   EXPECT_GT(status.position[0], 0.3);
   EXPECT_EQ(status.posture, Posture::kLying);
-  EXPECT_TRUE(eventually([&] { return robot.status().controller.empty(); }, 2000));
+  EXPECT_TRUE(waitUntil([&] { return robot.status().controller.empty(); }, 2000));
 }
 
 TEST(WalkSquare, StopsTheRobotAndGivesControlBackOnCtrlC) {
   const LocalRobot robot("dog");
   Process example({WALK_SQUARE, "--interface", "lo", "--device", "dog"});
-  ASSERT_TRUE(eventually([&] { return robot.status().posture == Posture::kWalking; }))
-      << example.output();
+  ASSERT_TRUE(robot.reaches(Posture::kWalking)) << example.output();
   example.signal(SIGINT);
   EXPECT_EQ(example.finish(kExitMs), 130) << example.output();
-  EXPECT_TRUE(eventually([&] {
+  EXPECT_TRUE(waitUntil([&] {
     const auto status = robot.status();
     return status.posture == Posture::kStanding && status.controller.empty();
   }));
@@ -42,12 +39,8 @@ TEST(WalkSquare, StopsTheRobotAndGivesControlBackOnCtrlC) {
 TEST(WalkSquare, SaysThatControlWasLostAndWhy) {
   const LocalRobot robot("dog");
   Process example({WALK_SQUARE, "--interface", "lo"});
-  ASSERT_TRUE(eventually([&] { return robot.status().posture == Posture::kWalking; }))
-      << example.output();
-  {
-    auto access = robot.access();
-    access.arbiter().preempt("somebody else", 60000, access.nowMs());
-  }
+  ASSERT_TRUE(robot.reaches(Posture::kWalking)) << example.output();
+  ASSERT_TRUE(robot.suffers("preempt"));
   EXPECT_EQ(example.finish(kExitMs), 1);
   EXPECT_NE(example.output().find("error 5 (control was revoked or taken by another controller)"),
             std::string::npos)

@@ -56,9 +56,9 @@ void Process::signal(int number) const {
 
 bool Process::says(const std::string& text, std::uint32_t limitMs) {
   const auto said = [&] { return output().find(text) != std::string::npos; };
-  static_cast<void>(eventually([&] { return said() || ended(); }, limitMs));
+  static_cast<void>(waitUntil([&] { return said() || ended(); }, limitMs));
   // What an ended process wrote may still be on its way through the pipe.
-  return eventually(said, ended() ? 2000 : 0);
+  return waitUntil(said, ended() ? 2000 : 0);
 }
 
 std::string Process::output() const {
@@ -67,7 +67,7 @@ std::string Process::output() const {
 }
 
 std::optional<int> Process::finish(std::uint32_t limitMs) {
-  static_cast<void>(eventually([this] { return ended(); }, limitMs));
+  static_cast<void>(waitUntil([this] { return ended(); }, limitMs));
   return status_;
 }
 

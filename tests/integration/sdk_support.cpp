@@ -104,7 +104,7 @@ Client connectTo(const std::string& device, std::uint32_t leaseMs) {
 bool takeControl(const Client& client, std::uint32_t limitMs) {
   client.seen->forgetStates();
   if (!client->takeMotionControl(limitMs)) return false;
-  static_cast<void>(eventually([&] { return !client.seen->states().empty(); }, limitMs + kLimitMs));
+  static_cast<void>(waitUntil([&] { return !client.seen->states().empty(); }, limitMs + kLimitMs));
   return client.seen->reported({kInControl, 0});
 }
 

@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "WaitUntil.h"
 #include "orvane/RobotSdk/IMotionHighLevelClient.h"
 #include "orvane/RobotSdk/IMotionSdkService.h"
-#include "pbase/CThread.h"
 #include "pbase/CTime.h"
 
 /// What the integration tests share: the real library, watched through its callbacks.
@@ -19,21 +19,11 @@ namespace sdk_test {
 
 using orvane::RobotSdk::IMotionHighLevelClient;
 using orvane::RobotSdk::IMotionSdkService;
+using orvane_test::waitUntil;
 
 inline constexpr std::uint32_t kLimitMs = 30000;  // far above what is expected, sanitizers included
 inline constexpr std::uint32_t kRequestMs = 5000;
 inline constexpr std::uint32_t kInControl = 2;
-
-/// Looks every few milliseconds until `condition` holds. False: it didn't within `limitMs`.
-template <class Condition>
-[[nodiscard]] bool eventually(Condition&& condition, std::uint32_t limitMs = kLimitMs) {
-  const auto deadline = Pexal::PBase::CTime::getCurrentMilliSecond() + limitMs;
-  while (!condition()) {
-    if (Pexal::PBase::CTime::getCurrentMilliSecond() >= deadline) return false;
-    Pexal::PBase::CThread::sleep(5);
-  }
-  return true;
-}
 
 /// The service, initialised on the loopback interface while this lives.
 class Sdk {
@@ -98,6 +88,9 @@ struct Client {
 [[nodiscard]] bool takeControl(const Client& client, std::uint32_t limitMs = 20000);
 /// Switches both streams of observed state on. False when the robot refused.
 [[nodiscard]] bool enableStreams(const Client& client);
+[[nodiscard]] inline std::uint64_t nowMs() {
+  return Pexal::PBase::CTime::getCurrentMilliSecond();
+}
 /// What `path` ("control.controller") selects in the robot's motion state, a string; "" when there
 /// is none or the request failed.
 [[nodiscard]] std::string stateText(const Client& client, const char* path);

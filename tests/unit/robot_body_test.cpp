@@ -68,19 +68,15 @@ TEST(LegKinematics, supportTorquesDoTheWorkOfTheForce) {
   }
 }
 
-struct Walk {
-  const char* name;
-  Twist velocity;
-};
-constexpr Walk kWalks[] = {{"forward", {1.0, 0, 0}},
-                           {"backward", {-0.8, 0, 0}},
-                           {"sideways", {0, 0.4, 0}},
-                           {"turn", {0, 0, 1.5}},
-                           {"everything", {1.0, -0.4, -1.5}}};
+const std::pair<const char*, Twist> kWalks[] = {{"forward", {1.0, 0, 0}},
+                                                {"backward", {-0.8, 0, 0}},
+                                                {"sideways", {0, 0.4, 0}},
+                                                {"turn", {0, 0, 1.5}},
+                                                {"everything", {1.0, -0.4, -1.5}}};
 
 TEST(KinematicBody, everythingAgreesWhileItWalksAndStops) {
-  for (const Walk& walk : kWalks) {
-    SCOPED_TRACE(walk.name);
+  for (const auto& [name, velocity] : kWalks) {
+    SCOPED_TRACE(name);
     KinematicBody body;
     run(body, standing(), 4);
     Vector3 integrated = body.state().position;
@@ -88,7 +84,7 @@ TEST(KinematicBody, everythingAgreesWhileItWalksAndStops) {
     auto angles = body.state().joints;
     double fastest = 0;
     for (int step = 0; step < 3000; ++step) {
-      body.step(step < 2000 ? walking(walk.velocity) : standing(), kStep);
+      body.step(step < 2000 ? walking(velocity) : standing(), kStep);
       const BodyState& state = body.state();
       yaw += state.velocity.yaw * kStep;
       for (int axis = 0; axis < 3; ++axis) integrated[axis] += state.worldVelocity[axis] * kStep;
@@ -158,8 +154,9 @@ TEST(KinematicBody, accelerationAndVelocityStayWithinTheirLimits) {
 }
 
 TEST(KinematicBody, batteryDrainsFasterUnderLoadAndMotorsWarm) {
-  KinematicBody lying, walker;
+  KinematicBody lying;
   run(lying, BodyCommand{}, 60);
+  KinematicBody walker;
   run(walker, standing(), 4);
   run(walker, walking({0.8, 0, 0}), 56);
   const double idle = 100 - lying.state().battery.chargePercent;
@@ -169,12 +166,9 @@ TEST(KinematicBody, batteryDrainsFasterUnderLoadAndMotorsWarm) {
   EXPECT_LT(busy, 5) << "an hour of walking must be possible";
   EXPECT_LT(walker.state().battery.voltage, lying.state().battery.voltage);
   EXPECT_GT(walker.state().joints[2].temperature, lying.state().joints[2].temperature + 1);
-}
-
-TEST(KinematicBody, emptyBatteryStaysAtZero) {
-  KinematicBody body(0.0001);
-  run(body, standing(), 20);
-  EXPECT_EQ(body.state().battery.chargePercent, 0);
+  KinematicBody empty(0.0001);
+  run(empty, standing(), 20);
+  EXPECT_EQ(empty.state().battery.chargePercent, 0);
 }
 
 }  // namespace

@@ -57,39 +57,25 @@ void makeStanding(Robot& robot) {
 }
 
 void bringTo(Robot& robot, Posture posture) {
-  switch (posture) {
-    case Posture::kLying:
-      return;
-    case Posture::kStandingUp:
-      ASSERT_FALSE(robot.start(Action::kStanding));
-      break;
-    case Posture::kStanding:
-      makeStanding(robot);
-      break;
-    case Posture::kWalking:
-      makeStanding(robot);
-      robot.keepWalking(kFullSpeed, 1);
-      break;
-    case Posture::kStopping:
-      makeStanding(robot);
-      robot.keepWalking(kFullSpeed, 1);
-      ASSERT_FALSE(robot.start(Action::kStop));
-      break;
-    case Posture::kLyingDown:
-      makeStanding(robot);
-      ASSERT_FALSE(robot.start(Action::kLaying));
-      break;
-    case Posture::kRecovering:
-      ASSERT_FALSE(robot.start(Action::kRecoveryStand));
-      break;
-    case Posture::kDamped:
-      makeStanding(robot);
-      ASSERT_FALSE(robot.start(Action::kDisable));
-      break;
-    case Posture::kEmergencyStop:
-      makeStanding(robot);
-      ASSERT_FALSE(robot.start(Action::kEmergencyStop));
-      break;
+  struct Way {
+    bool standing;
+    bool walking;
+    std::optional<Action> last;
+  };
+  static const Way kWays[kPostures] = {{false, false, {}},
+                                       {false, false, Action::kStanding},
+                                       {true, false, {}},
+                                       {true, true, {}},
+                                       {true, true, Action::kStop},
+                                       {true, false, Action::kLaying},
+                                       {false, false, Action::kRecoveryStand},
+                                       {true, false, Action::kDisable},
+                                       {true, false, Action::kEmergencyStop}};
+  const Way& way = kWays[static_cast<std::size_t>(posture)];
+  if (way.standing) makeStanding(robot);
+  if (way.walking) robot.keepWalking(kFullSpeed, 1);
+  if (way.last) {
+    ASSERT_FALSE(robot.start(*way.last));
   }
   ASSERT_EQ(robot.motion.posture(), posture);
 }
@@ -146,22 +132,18 @@ TEST(Motion, everyPostureEndsWhereItShouldByItself) {
   }
 }
 
-TEST(Motion, standsStillWithinASecondWhenAWalkIsNotRefreshed) {
-  Robot robot;
-  bringTo(robot, Posture::kWalking);
-  ASSERT_FALSE(robot.start(Action::kWalking, kFullSpeed));
-  robot.run(0.6);
-  EXPECT_GT(robot.speed(), 2.5) << "a command must hold for a while";
-  robot.run(0.4);
-  EXPECT_LT(robot.speed(), 0.02);
-}
-
-TEST(Motion, refreshedWalkGoesOn) {
+TEST(Motion, walkGoesOnWhileItIsRefreshedAndStandsStillWithinASecondAfter) {
   Robot robot;
   makeStanding(robot);
   robot.keepWalking({0.5, 0, 0}, 5);
   EXPECT_EQ(robot.motion.posture(), Posture::kWalking);
   EXPECT_NEAR(robot.body.state().velocity.x, 0.5, 1e-6);
+  robot.keepWalking(kFullSpeed, 1);
+  ASSERT_FALSE(robot.start(Action::kWalking, kFullSpeed));
+  robot.run(0.6);
+  EXPECT_GT(robot.speed(), 2.5) << "a command must hold for a while";
+  robot.run(0.4);
+  EXPECT_LT(robot.speed(), 0.02);
 }
 
 TEST(Motion, lossOfTheControllerStopsAWalkAndNothingElse) {
@@ -175,22 +157,18 @@ TEST(Motion, lossOfTheControllerStopsAWalkAndNothingElse) {
   }
 }
 
-TEST(Motion, layingWhileWalkingStopsFirst) {
-  Robot robot;
-  bringTo(robot, Posture::kWalking);
-  ASSERT_FALSE(robot.start(Action::kLaying));
-  ASSERT_TRUE(robot.runUntil(Posture::kLyingDown, 1));
-  EXPECT_LT(robot.speed(), 0.02);
-  EXPECT_TRUE(robot.runUntil(Posture::kLying, 5));
-}
-
-TEST(Motion, layingIsForgottenWhenTheWalkGoesOn) {
+TEST(Motion, layingWhileWalkingStopsFirstAndIsForgottenWhenTheWalkGoesOn) {
   Robot robot;
   bringTo(robot, Posture::kWalking);
   ASSERT_FALSE(robot.start(Action::kLaying));
   ASSERT_FALSE(robot.start(Action::kWalking, kFullSpeed));
   ASSERT_FALSE(robot.start(Action::kStop));
-  EXPECT_TRUE(robot.runUntil(Posture::kStanding, 2));
+  ASSERT_TRUE(robot.runUntil(Posture::kStanding, 2));
+  robot.keepWalking(kFullSpeed, 1);
+  ASSERT_FALSE(robot.start(Action::kLaying));
+  ASSERT_TRUE(robot.runUntil(Posture::kLyingDown, 1));
+  EXPECT_LT(robot.speed(), 0.02);
+  EXPECT_TRUE(robot.runUntil(Posture::kLying, 5));
 }
 
 TEST(Motion, emergencyStopSinksAndLatchesUntilRecovery) {

@@ -1,15 +1,20 @@
-// sdk_client SCENARIO DEVICE [LEASE_MS]: an application in control of a robot that ends in one of
-// the ways in which applications end. Prints "state S C" for each connect callback and "in control"
-// before it begins to end. The client is alive in a static object until the process ends.
+// sdk_client SCENARIO DEVICE [NUMBER]: an application with one client, as a process of its own.
+// Prints "state S C" for each connect callback, "in control" once a scenario that wants control has
+// it, and what the scenario itself has to say. NUMBER: the lease in ms, or how many rounds. Exit
+// status 0: all went as it should. The client is alive in a static object until the process ends.
 
+#include <dirent.h>
 #include <signal.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
-#include <map>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -22,13 +27,19 @@ namespace {
 using orvane::RobotSdk::IMotionHighLevelClient;
 using orvane::RobotSdk::IMotionSdkService;
 
+constexpr std::uint32_t kRequestMs = 10000;
+constexpr auto kPatience = std::chrono::seconds(60);
+
+std::string device;
+std::uint32_t number = 60000;
 std::shared_ptr<IMotionHighLevelClient> robot;
 
 struct Progress {
   std::mutex mutex;
   std::condition_variable changed;
   std::uint32_t state = 0;
-  bool observed = false;
+  int motion = 0;
+  int sensor = 0;
 };
 
 void say(const std::string& text) {
@@ -36,91 +47,201 @@ void say(const std::string& text) {
   std::fflush(stdout);
 }
 
-bool takeControl(const char* device, std::uint32_t leaseMs) {
-  const auto progress = std::make_shared<Progress>();
+bool startService() {
+  auto* service = IMotionSdkService::instance();
+  service->setNetworkInterface("lo");
+  return service->initial(nullptr, "sdkClient", 0);
+}
+
+/// Connects `robot` and switches its streams on.
+bool connect(const std::shared_ptr<Progress>& progress) {
   robot = IMotionHighLevelClient::create(device);
   if (!robot) return false;
-  robot->setConnectCallback([progress](std::uint32_t state, std::uint32_t code) {
-    say("state " + std::to_string(state) + " " + std::to_string(code));
+  const auto update = [progress](auto change) {
     const std::lock_guard<std::mutex> lock(progress->mutex);
-    progress->state = state;
+    change(*progress);
     progress->changed.notify_all();
+  };
+  robot->setConnectCallback([update](std::uint32_t state, std::uint32_t code) {
+    say("state " + std::to_string(state) + " " + std::to_string(code));
+    update([state](Progress& now) { now.state = state; });
   });
   robot->setEventCallback([](const std::string&, const std::string&) {});
-  robot->setMotionObservedCallback([progress](const orvane::RobotSdk::ObservedMotionRecord&) {
-    const std::lock_guard<std::mutex> lock(progress->mutex);
-    progress->observed = true;
-    progress->changed.notify_all();
+  robot->setMotionObservedCallback([update](const orvane::RobotSdk::ObservedMotionRecord&) {
+    update([](Progress& now) { ++now.motion; });
+  });
+  robot->setSensorObservedCallback([update](const orvane::RobotSdk::ObservedSensorRecord&) {
+    update([](Progress& now) { ++now.sensor; });
   });
   std::string accepted;
-  if (!robot->connect(leaseMs) ||
-      !robot->setMotionObservedEnable(R"({"motionEnable":true,"sensorEnable":true})", &accepted,
-                                      10000) ||
-      !robot->takeMotionControl(20000)) {
+  return robot->connect(number) &&
+         robot->setMotionObservedEnable(R"({"motionEnable":true,"sensorEnable":true})", &accepted,
+                                        kRequestMs);
+}
+
+template <class Condition>
+bool reach(Progress& progress, Condition holds) {
+  std::unique_lock<std::mutex> lock(progress.mutex);
+  return progress.changed.wait_for(lock, kPatience, [&] { return holds(progress); });
+}
+
+bool takeControl() {
+  const auto progress = std::make_shared<Progress>();
+  if (!startService() || !connect(progress) || !robot->takeMotionControl(20000)) return false;
+  // Samples are arriving, so the observed threads are at work when the process ends.
+  if (!reach(*progress, [](const Progress& now) { return now.state == 2 && now.motion > 0; })) {
     return false;
   }
-  // Samples are arriving, so the observed threads are at work when the process ends.
-  std::unique_lock<std::mutex> lock(progress->mutex);
-  return progress->changed.wait_for(lock, std::chrono::seconds(40),
-                                    [&] { return progress->state == 2 && progress->observed; });
+  say("in control");
+  return true;
 }
 
-int returnFromMain() {
-  return EXIT_SUCCESS;
-}
-
-int callExit() {
-  std::exit(EXIT_SUCCESS);
-}
-
-int shutDownWhileConnected() {
+bool endService() {
+  const bool ended = robot->disconnect();
   IMotionSdkService::instance()->shutdown();
-  return robot->standing(1000) ? EXIT_FAILURE : EXIT_SUCCESS;  // nothing may reach the robot now
+  return ended;
 }
 
-int releaseAndLeaveAtOnce() {
-  const bool released = robot->releaseMotionControl() && robot->disconnect();
-  IMotionSdkService::instance()->shutdown();
-  return released ? EXIT_SUCCESS : EXIT_FAILURE;
+sigset_t terminate() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  return signals;
 }
 
-int holdUntilTerminated() {
-  sigset_t terminate;
-  sigemptyset(&terminate);
-  sigaddset(&terminate, SIGTERM);
-  int number = 0;
-  sigwait(&terminate, &number);
-  robot->disconnect();
-  IMotionSdkService::instance()->shutdown();
-  return EXIT_SUCCESS;
+bool terminatedWithin(long ms) {
+  const sigset_t signals = terminate();
+  const timespec limit{ms / 1000, ms % 1000 * 1000000};
+  return sigtimedwait(&signals, nullptr, &limit) == SIGTERM;
 }
+
+// --- scenarios ---
+
+bool returnFromMain() {
+  return takeControl();
+}
+
+bool callExit() {
+  std::exit(takeControl() ? EXIT_SUCCESS : EXIT_FAILURE);
+}
+
+bool shutDownWhileConnected() {
+  if (!takeControl()) return false;
+  IMotionSdkService::instance()->shutdown();
+  return !robot->standing(1000);  // nothing may reach the robot now
+}
+
+bool releaseAndLeaveAtOnce() {
+  return takeControl() && robot->releaseMotionControl() && endService();
+}
+
+/// Walks ahead, whatever becomes of control. Says what became of a command when that changes.
+bool walkUntilTerminated() {
+  if (!takeControl() || !robot->standing(kRequestMs)) return false;
+  std::uint32_t said = ~0U;
+  while (!terminatedWithin(50)) {
+    const bool walks = robot->velocityMove(0.3F, 0, 0, 1000);
+    const std::uint32_t outcome = walks ? 0 : robot->getLastError();
+    if (outcome == said) continue;
+    say(walks ? "walking" : "error " + std::to_string(outcome));
+    said = outcome;
+  }
+  return endService();
+}
+
+bool observeUntilTerminated() {
+  const auto progress = std::make_shared<Progress>();
+  std::string state;
+  if (!startService() || !connect(progress) || !robot->queryMotionState(&state, kRequestMs) ||
+      !reach(*progress, [](const Progress& now) { return now.motion > 50 && now.sensor > 5; })) {
+    return false;
+  }
+  say("observing");
+  while (!terminatedWithin(1000)) continue;
+  return endService();
+}
+
+std::size_t entriesOf(const char* path) {
+  std::size_t count = 0;
+  if (DIR* directory = opendir(path)) {
+    while (readdir(directory) != nullptr) ++count;
+    closedir(directory);
+  }
+  return count;
+}
+
+/// Says how long this round took and what the process holds now.
+void sayRound(std::chrono::steady_clock::time_point begun) {
+  std::ifstream statm("/proc/self/statm");
+  long pages = 0;
+  statm >> pages >> pages;
+  const auto tookMs = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now() - begun);
+  say("round " + std::to_string(tookMs.count()) + " " +
+      std::to_string(entriesOf("/proc/self/task")) + " " +
+      std::to_string(entriesOf("/proc/self/fd")) + " " +
+      std::to_string(pages * (sysconf(_SC_PAGESIZE) / 1024)));
+}
+
+bool useAClient() {
+  const auto progress = std::make_shared<Progress>();
+  std::string state;
+  return connect(progress) && robot->queryMotionState(&state, kRequestMs) &&
+         reach(*progress, [](const Progress& now) { return now.motion > 0; }) &&
+         robot->disconnect();
+}
+
+bool connectAndDisconnectOften() {
+  if (!startService()) return false;
+  for (std::uint32_t round = 0; round < number; ++round) {
+    const auto begun = std::chrono::steady_clock::now();
+    if (!useAClient()) return false;
+    robot.reset();
+    sayRound(begun);
+  }
+  return true;
+}
+
+bool startAndShutDownOften() {
+  for (std::uint32_t round = 0; round < number; ++round) {
+    const auto begun = std::chrono::steady_clock::now();
+    if (!startService() || !useAClient()) return false;
+    robot.reset();
+    IMotionSdkService::instance()->shutdown();
+    sayRound(begun);
+  }
+  return true;
+}
+
+struct Scenario {
+  const char* name;
+  bool (*run)();
+};
+constexpr Scenario kScenarios[] = {
+    {"return", returnFromMain},
+    {"exit", callExit},
+    {"shutdown", shutDownWhileConnected},
+    {"release", releaseAndLeaveAtOnce},
+    {"walk", walkUntilTerminated},
+    {"observe", observeUntilTerminated},
+    {"clients", connectAndDisconnectOften},
+    {"services", startAndShutDownOften},
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::map<std::string, std::function<int()>> scenarios = {
-      {"return", returnFromMain},           {"exit", callExit},
-      {"shutdown", shutDownWhileConnected}, {"release", releaseAndLeaveAtOnce},
-      {"hold", holdUntilTerminated},
-  };
-  const auto scenario = argc > 2 ? scenarios.find(argv[1]) : scenarios.end();
-  if (scenario == scenarios.end()) {
-    std::fputs("usage: sdk_client return|exit|shutdown|release|hold DEVICE [LEASE_MS]\n", stderr);
+  const auto* const scenario = std::find_if(
+      std::begin(kScenarios), std::end(kScenarios),
+      [&](const Scenario& row) { return argc > 2 && row.name == std::string(argv[1]); });
+  if (scenario == std::end(kScenarios)) {
+    std::fputs("usage: sdk_client SCENARIO DEVICE [NUMBER]\n", stderr);
     return 2;
   }
-  // Blocked before any thread exists, so that it waits for sigwait.
-  sigset_t terminate;
-  sigemptyset(&terminate);
-  sigaddset(&terminate, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &terminate, nullptr);
-
-  auto* service = IMotionSdkService::instance();
-  service->setNetworkInterface("lo");
-  const auto leaseMs = static_cast<std::uint32_t>(argc > 3 ? std::atoi(argv[3]) : 60000);
-  if (!service->initial(nullptr, "sdkClient", 0) || !takeControl(argv[2], leaseMs)) {
-    say("no control");
-    return 3;
-  }
-  say("in control");
-  return scenario->second();
+  // Blocked before any thread exists, so that it waits for sigtimedwait.
+  const sigset_t signals = terminate();
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  device = argv[2];
+  if (argc > 3) number = static_cast<std::uint32_t>(std::atoi(argv[3]));
+  return scenario->run() ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -1,0 +1,79 @@
+#include "app/Tell.h"
+
+#include <cstdio>
+
+#include "Network.h"
+#include "pdbus/IDDSFactory.h"
+#include "pdbus/RPC.h"
+
+namespace orvane::robot {
+namespace {
+
+using Pexal::PDBus::IDDSFactory;
+using Pexal::PDBus::RpcStatus;
+
+constexpr const char* kDomainName = "host";
+
+int fail(const std::string& why) {
+  std::fprintf(stderr, "virtual-robot tell: %s\n", why.c_str());
+  return 1;
+}
+
+Json::Value ddsDocument(const RobotSettings& robot) {
+  Json::Value document;
+  Json::Value domain;
+  domain["name"] = kDomainName;
+  domain["domain"] = robot.domain;
+  domain["url"] = ddsProfile(robot.interface, robot.domain);
+  document["domain"].append(std::move(domain));
+  Json::Value client;
+  client["server"] = FaultService::kServer;
+  client["domain"] = kDomainName;
+  document["client"].append(std::move(client));
+  return document;
+}
+
+std::string transportFailure(const RobotSettings& robot, RpcStatus status) {
+  const std::string who = "\"" + robot.deviceId + "\" on " + robot.interface + ", domain " +
+                          std::to_string(robot.domain);
+  if (status == RpcStatus::kNoServer) return "there is no virtual robot " + who;
+  return "no answer from the virtual robot " + who + " (" +
+         Pexal::PDBus::RPCServer::dumpCode(static_cast<std::uint32_t>(status)) + ")";
+}
+
+/// Whoever answers need not be a virtual robot: types are looked at first.
+int show(const Json::Value& answer) {
+  const Json::Value& params = answer.isObject() ? answer["params"] : answer;
+  const Json::Value& answers = params.isObject() ? params["answers"] : params;
+  if (!answers.isArray() || !answer["result"].isBool()) return fail("an answer without sense");
+  for (const Json::Value& text : answers) {
+    if (text.isString()) std::printf("%s\n", text.asCString());
+  }
+  if (answer["result"].asBool()) return 0;
+  std::fflush(stdout);
+  return fail(answer["reason"].isString() ? answer["reason"].asString() : "refused");
+}
+
+}  // namespace
+
+int tell(const RobotSettings& robot, const std::vector<std::string>& commands,
+         std::uint32_t timeoutMs) {
+  if (const auto wrong = settingsError(robot.deviceId, robot.interface, robot.domain)) {
+    return fail(*wrong);
+  }
+  const auto factory = IDDSFactory::create();
+  if (!factory->initial(ddsDocument(robot))) {
+    return fail(joinFailure(robot.interface, robot.domain));
+  }
+  Json::Value request;
+  for (const std::string& command : commands) request["params"]["commands"].append(command);
+  Json::Value answer;
+  const auto status =
+      static_cast<RpcStatus>(factory->rpcClient(FaultService::kServer)
+                                 ->call(FaultService::kService, FaultService::kApply, request,
+                                        answer, timeoutMs, robot.deviceId));
+  factory->shutdown();
+  return status == RpcStatus::kOk ? show(answer) : fail(transportFailure(robot, status));
+}
+
+}  // namespace orvane::robot
