@@ -1,0 +1,77 @@
+// What a connected client uses of a processor while the robot publishes 500 motion samples a
+// second: idle, and with both streams on. One after the other: with several readers of a topic the
+// robot sends to the multicast address, and then everybody pays for what one reads.
+
+#include "cases/Case.h"
+#include "harness/Clock.h"
+
+namespace bench {
+namespace {
+
+constexpr const char* kDevice = "BENCH-CPU";
+constexpr std::int64_t kSecondNs = 1'000'000'000;
+
+/// One process, and what it does while it is looked at.
+struct Side {
+  Child child;
+  const char* begin;
+  const char* end;
+  std::vector<double> percent;
+  double switches = 0;  // in all slices
+
+  void look(std::int64_t settleNs, std::int64_t sliceNs) {
+    static_cast<void>(child.ask(command(begin)));
+    sleepUntilNs(nowNs() + settleNs);
+    const Json::Value before = child.ask(command("usage"));
+    const std::int64_t from = nowNs();
+    sleepUntilNs(from + sliceNs);
+    const Json::Value after = child.ask(command("usage"));
+    const auto elapsed = static_cast<double>(nowNs() - from);
+    percent.push_back(100 * (after["cpuNs"].asDouble() - before["cpuNs"].asDouble()) / elapsed);
+    switches +=
+        (after["switches"].asDouble() - before["switches"].asDouble()) * kSecondNs / elapsed;
+    static_cast<void>(child.ask(command(end)));
+  }
+};
+
+Row rowOf(const char* id, const char* ours, const char* baseline, const Side& mine,
+          const Side& raw) {
+  Row row;
+  row.id = id;
+  row.ours = ours;
+  row.baseline = baseline;
+  row.unit = "% of a core";
+  row = compare(std::move(row), mine.percent, raw.percent, std::nullopt, std::nullopt);
+  const auto perSecond = [](const Side& side) {
+    return std::to_string(
+        static_cast<long>(side.switches / static_cast<double>(side.percent.size())));
+  };
+  row.note = perSecond(mine) + " context switches a second, raw " + perSecond(raw);
+  return row;
+}
+
+}  // namespace
+
+std::vector<Row> measureProcessor(const Plan& plan) {
+  const Child robot = startRobot(kDevice);
+  const Json::Value ours = object({{"device", kDevice}});
+  const Json::Value raw = object({{"domain", kHostDomain}});
+  Side idle{startRole("sdk-observer", ours), "connect", "detach", {}};
+  Side observing{startRole("sdk-observer", ours), "attach", "detach", {}};
+  Side rawIdle{startRole("raw-observer", raw), "detach", "detach", {}};
+  Side rawObserving{startRole("raw-observer", raw), "attach", "detach", {}};
+  const std::uint32_t rounds = plan.of(1U, 5U, 20U);
+  const std::int64_t settleNs = plan.of(kSecondNs / 10, kSecondNs, kSecondNs);
+  const std::int64_t sliceNs = plan.of(kSecondNs / 2, 2 * kSecondNs, 3 * kSecondNs);
+  for (std::uint32_t round = 0; round < rounds; ++round) {
+    for (Side* const side : {&idle, &rawIdle, &observing, &rawObserving}) {
+      side->look(settleNs, sliceNs);
+    }
+  }
+  return {rowOf("processor.idle", "connected client, streams off",
+                "raw participant without readers", idle, rawIdle),
+          rowOf("processor.observing", "client that observes at 500 Hz",
+                "raw reader with wait-set threads", observing, rawObserving)};
+}
+
+}  // namespace bench
