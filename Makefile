@@ -3,10 +3,11 @@
 
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
-.PHONY: help setup build demo test test-asan test-tsan bench format check-format clean
+.PHONY: help setup build demo test test-asan test-tsan fuzz test-fuzz bench bench-long format check-format clean
 
 JOBS ?= $(shell nproc)
 TEST_JOBS ?= 2
+FUZZ_SECONDS ?= 60
 CMAKE_BUILD = cmake --build build/$(1) --parallel $(JOBS)
 # GCC 12's thread sanitizer needs its usual address layout; some kernels randomise more than it allows.
 FIXED_ADDRESSES = $$(setarch -R true 2>/dev/null && echo setarch -R)
@@ -16,7 +17,9 @@ help:
 	@echo "make test       build everything and run all tests and the format check"
 	@echo "make test-asan  the same under the address and undefined-behaviour sanitizers"
 	@echo "make test-tsan  the same under the thread sanitizer"
-	@echo "make bench      run the benchmarks"
+	@echo "make fuzz       run each fuzz target for a minute (FUZZ_SECONDS=n: for n seconds)"
+	@echo "make bench      run the benchmarks (build/release/bench/bench.json holds the figures, too)"
+	@echo "make bench-long the same with more samples, and a soak (BENCH_OPTIONS='--soak 600': its seconds)"
 	@echo "make build      build everything (build/dev)"
 	@echo "make format     format the sources in place"
 	@echo "make clean      remove everything that was built"
@@ -47,8 +50,21 @@ test-tsan: build/tsan/build.ninja
 	$(call CMAKE_BUILD,tsan)
 	$(FIXED_ADDRESSES) ctest --preset tsan -j $(TEST_JOBS)
 
-bench:
-	@echo "There are no benchmark cases yet."
+fuzz: build/fuzz/build.ninja
+	$(call CMAKE_BUILD,fuzz) --target fuzzers
+	tests/fuzz/run build/fuzz $(FUZZ_SECONDS)
+
+test-fuzz: FUZZ_SECONDS = 8
+test-fuzz: fuzz
+
+# Configured anew each time: what it compares with may have been installed since.
+bench bench-long:
+	@tools/install-dependencies bench
+	cmake --preset release
+	$(call CMAKE_BUILD,release) --target bench_host
+	tools/isolated build/release/bench/bench_host --json build/release/bench/$@.json $(BENCH_OPTIONS)
+
+bench-long: BENCH_OPTIONS += --long
 
 format: setup
 	tests/check-format --fix
