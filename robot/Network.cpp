@@ -98,7 +98,10 @@ std::string ddsProfile(const std::string& interface, std::uint32_t domain, doubl
          "\"><General><Interfaces><NetworkInterface name=\"" + interface +
          "\" priority=\"3\" multicast=\"default\" presence_required=\"true\"/></Interfaces>"
          "<AllowMulticast>true</AllowMulticast><MaxMessageSize>65500B</MaxMessageSize></General>"
-         "<Internal><Test><XmitLossiness>" +
+         // What a stopped but still matched client doesn't acknowledge holds up everybody's events
+         // and answers once it passes the upper mark, whose default is a few hundred events.
+         "<Internal><Watermarks><WhcHigh>4MB</WhcHigh><WhcHighInit>4MB</WhcHighInit>"
+         "<WhcAdaptive>false</WhcAdaptive></Watermarks><Test><XmitLossiness>" +
          perMille +
          "</XmitLossiness></Test></Internal>"
          "<Tracing><Verbosity>none</Verbosity></Tracing></Domain></CycloneDDS>";

@@ -23,6 +23,8 @@ orvane_sdk_test(sdk_discovery_test 120)
 orvane_sdk_test(sdk_control_test 300)
 orvane_sdk_test(sdk_callback_test 300)
 orvane_sdk_test(sdk_process_test 300)
+# Judges by the clock how soon a robot stops, and has a hundred clients: it needs the machine.
+set_tests_properties(sdk_process_test PROPERTIES RUN_SERIAL ON)
 orvane_sdk_test(sdk_robot_fault_test 300)
 orvane_sdk_test(sdk_endurance_test 400)
 orvane_sdk_test(sdk_examples_test 300)

@@ -5,9 +5,9 @@
 namespace bench {
 namespace {
 
-constexpr const char* kRoundTripIds[] = {"rpc.query_motion_state.raw",
-                                         "rpc.query_motion_state.grpc",
-                                         "rpc.query_motion_state.raw_waitset", "rpc.layer.raw"};
+constexpr const char* kRoundTripIds[] = {
+    "rpc.query_motion_state.raw", "rpc.query_motion_state.grpc",
+    "rpc.query_motion_state.raw_waitset", "rpc.layer.raw", "rpc.layer_tiny.raw"};
 constexpr const char* kObservedIds[] = {"observed.motion.raw", "observed.allocations",
                                         "observed.thread_allocations", "observed.blocked.sensor",
                                         "observed.blocked.request"};

@@ -100,6 +100,10 @@ std::vector<Row> measureFleet(const Plan& plan) {
     if (alone.empty()) alone = load.us;
     rows.push_back(rowOf(size, load, alone));
   }
+  for (Member& member : fleet) {
+    member.client.beginEnd();
+    member.robot.beginEnd();
+  }
   return rows;
 }
 

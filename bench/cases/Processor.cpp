@@ -34,12 +34,11 @@ struct Side {
   }
 };
 
-Row rowOf(const char* id, const char* ours, const char* baseline, const Side& mine,
-          const Side& raw) {
+Row rowOf(const char* id, const char* ours, const Side& mine, const Side& raw) {
   Row row;
   row.id = id;
   row.ours = ours;
-  row.baseline = baseline;
+  row.baseline = "raw reader, wait-set threads";
   row.unit = "% of a core";
   row = compare(std::move(row), mine.percent, raw.percent, std::nullopt, std::nullopt);
   const auto perSecond = [](const Side& side) {
@@ -58,20 +57,15 @@ std::vector<Row> measureProcessor(const Plan& plan) {
   const Json::Value raw = object({{"domain", kHostDomain}});
   Side idle{startRole("sdk-observer", ours), "connect", "detach", {}};
   Side observing{startRole("sdk-observer", ours), "attach", "detach", {}};
-  Side rawIdle{startRole("raw-observer", raw), "detach", "detach", {}};
-  Side rawObserving{startRole("raw-observer", raw), "attach", "detach", {}};
+  Side reader{startRole("raw-observer", raw), "attach", "detach", {}};
   const std::uint32_t rounds = plan.of(1U, 5U, 20U);
   const std::int64_t settleNs = plan.of(kSecondNs / 10, kSecondNs, kSecondNs);
   const std::int64_t sliceNs = plan.of(kSecondNs / 2, 2 * kSecondNs, 3 * kSecondNs);
   for (std::uint32_t round = 0; round < rounds; ++round) {
-    for (Side* const side : {&idle, &rawIdle, &observing, &rawObserving}) {
-      side->look(settleNs, sliceNs);
-    }
+    for (Side* const side : {&idle, &observing, &reader}) side->look(settleNs, sliceNs);
   }
-  return {rowOf("processor.idle", "connected client, streams off",
-                "raw participant without readers", idle, rawIdle),
-          rowOf("processor.observing", "client that observes at 500 Hz",
-                "raw reader with wait-set threads", observing, rawObserving)};
+  return {rowOf("processor.idle", "connected client, streams off", idle, reader),
+          rowOf("processor.observing", "client that observes at 500 Hz", observing, reader)};
 }
 
 }  // namespace bench

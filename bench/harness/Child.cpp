@@ -66,15 +66,17 @@ Child::Child(Child&& other) noexcept
       read_(std::move(other.read_)) {}
 
 Child::~Child() {
-  if (toChild_ >= 0) ::close(toChild_);  // a role ends with its input
-  if (pid_ > 0) {
-    if (serves_) ::kill(pid_, SIGTERM);
-    if (!hasEnded(kEndMs)) {
-      ::kill(pid_, SIGKILL);
-      ::waitpid(pid_, nullptr, 0);
-    }
+  beginEnd();
+  if (pid_ > 0 && !hasEnded(kEndMs)) {
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
   }
   if (fromChild_ >= 0) ::close(fromChild_);
+}
+
+void Child::beginEnd() {
+  if (pid_ > 0 && serves_) ::kill(pid_, SIGTERM);
+  if (toChild_ >= 0) ::close(std::exchange(toChild_, -1));  // a role ends with its input
 }
 
 bool Child::hasEnded(std::uint32_t timeoutMs) const {

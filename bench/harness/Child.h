@@ -30,6 +30,8 @@ class Child {
   /// Has the process end and waits for it, 5 s at most; then it is killed.
   ~Child();
 
+  /// Has the process end, without waiting for it; for many of them before the destructor of each.
+  void beginEnd();
   /// Sends a command to a role.
   void send(const Json::Value& command);
   /// Its answer to the command sent longest ago.

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "pbase/Utils.h"
 #include "peers/RawDds.h"
 
 namespace bench {
@@ -15,6 +16,14 @@ using Pexal::PDBus::RPCServer;
 constexpr const char* kServer = "benchServer";
 constexpr std::uint32_t kFirstRequestMs = 10000;
 constexpr std::uint32_t kRequestTimeMs = 2000;
+
+Json::Value documentIn(const Json::Value& text) {
+  Json::Value document;
+  if (!Pexal::Utils::stringToJson(text.asString(), document)) {
+    throw std::runtime_error("a text isn't JSON");
+  }
+  return document;
+}
 
 }  // namespace
 
@@ -34,11 +43,12 @@ std::shared_ptr<IDDSFactory> startFactory(std::uint32_t domain, const char* serv
 
 RpcServerRole::RpcServerRole(const Json::Value& arguments)
     : factory_(startFactory(arguments["domain"].asUInt(), kServer)),
-      server_(RPCServer::create(factory_, "host", kServer, "", [](const RpcRequest&) {
-        RpcReply reply;
-        reply.document["result"] = true;
-        return reply;
-      })) {
+      server_(RPCServer::create(factory_, "host", kServer, arguments["device"].asString(),
+                                [document = documentIn(arguments["reply"])](const RpcRequest&) {
+                                  RpcReply reply;
+                                  reply.document = document;
+                                  return reply;
+                                })) {
   if (server_ == nullptr) throw std::runtime_error("no server");
 }
 
@@ -49,11 +59,12 @@ RpcServerRole::~RpcServerRole() {
 
 RpcClientRole::RpcClientRole(const Json::Value& arguments)
     : factory_(startFactory(arguments["domain"].asUInt(), kServer)),
-      client_(factory_->rpcClient(kServer)) {
+      client_(factory_->rpcClient(kServer)),
+      device_(arguments["device"].asString()),
+      request_(documentIn(arguments["request"])) {
   if (client_ == nullptr) throw std::runtime_error("no client");
-  request_["n"] = 1;
   Json::Value response;
-  if (client_->call("bench", "ask", request_, response, kFirstRequestMs, "") != 0) {
+  if (client_->call("bench", "ask", request_, response, kFirstRequestMs, device_) != 0) {
     throw std::runtime_error("the server doesn't answer");
   }
 }
@@ -64,7 +75,7 @@ RpcClientRole::~RpcClientRole() {
 
 bool RpcClientRole::ask() {
   Json::Value response;
-  return client_->call("bench", "ask", request_, response, kRequestTimeMs, "") == 0;
+  return client_->call("bench", "ask", request_, response, kRequestTimeMs, device_) == 0;
 }
 
 }  // namespace bench

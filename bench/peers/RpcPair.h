@@ -3,6 +3,7 @@
 #include <json/value.h>
 
 #include <memory>
+#include <string>
 
 #include "harness/Role.h"
 #include "pdbus/IDDSFactory.h"
@@ -10,7 +11,7 @@
 
 namespace bench {
 
-/// The server of the library's request layer by itself. {"domain"}; answers {"result": true}.
+/// The server of the library's request layer by itself. {"domain", "device", "reply": JSON text}.
 class RpcServerRole final : public ServerRole {
  public:
   explicit RpcServerRole(const Json::Value& arguments);
@@ -21,7 +22,7 @@ class RpcServerRole final : public ServerRole {
   std::shared_ptr<Pexal::PDBus::RPCServer> server_;
 };
 
-/// Its client: asks with {"n": 1}. {"domain"}.
+/// Its client. {"domain", "device", "request": JSON text}.
 class RpcClientRole final : public AskingRole {
  public:
   explicit RpcClientRole(const Json::Value& arguments);
@@ -32,10 +33,11 @@ class RpcClientRole final : public AskingRole {
 
   std::shared_ptr<Pexal::PDBus::IDDSFactory> factory_;
   std::shared_ptr<Pexal::PDBus::RPCClient> client_;
-  Json::Value request_;
+  const std::string device_;
+  const Json::Value request_;
 };
 
-/// The texts that travel between the two, for a raw baseline of the same size.
+/// The smallest texts that make sense, for both this layer and a raw baseline.
 inline constexpr const char* kTinyRequest = R"({"n":1})";
 inline constexpr const char* kTinyReply = R"({"result":true})";
 

@@ -30,6 +30,7 @@ RequestFaults::Fate RequestFaults::fateOf(const std::string& method) {
   const std::lock_guard lock(mutex_);
   Fate fate;
   fate.clears = clears_;
+  if (rules_.empty()) return fate;
   fate.drop = consume(Fault::kDrop, method).fault == Fault::kDrop;
   if (fate.drop) return fate;
   fate.withhold = consume(Fault::kWithhold, method).fault == Fault::kWithhold;

@@ -99,8 +99,8 @@ RpcReply RequestServer::refuse(const RpcRequest& request, Refusal reason) {
 RpcReply RequestServer::refusal(RobotCore::Access& robot, const std::string& method,
                                 std::string clientId, Refusal refusal) {
   RpcReply reply;
-  reply.document["result"] = false;
-  reply.document["reason"] = refusal.text;
+  reply.document[Json::StaticString("result")] = false;
+  reply.document[Json::StaticString("reason")] = refusal.text;
   reply.reason = static_cast<std::uint32_t>(refusal.reason);
   robot.lastRefusal() = {method, std::move(clientId), std::move(refusal), robot.nowMs()};
   return reply;
@@ -114,9 +114,9 @@ RpcReply RequestServer::answer(const Method& method, const Json::Value& document
     return refusal(robot, method.name, std::move(clientId), std::move(*reason));
   }
   RpcReply reply;
-  reply.document["result"] = true;
+  reply.document[Json::StaticString("result")] = true;
   auto& params = std::get<Json::Value>(answer);
-  if (!params.isNull()) reply.document["params"] = std::move(params);
+  if (!params.isNull()) reply.document[Json::StaticString("params")] = std::move(params);
   return reply;
 }
 

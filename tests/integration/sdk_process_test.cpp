@@ -97,6 +97,7 @@ class Crowd {
 
 TEST(AnApplicationKilledWhileItWalks, LeavesAStandingRobotToAHundredOthersOneAfterTheOther) {
   constexpr std::uint32_t kLeaseMs = 2000;
+  constexpr std::uint32_t kSlowness = kSanitized ? 3 : 1;  // the machine's, not the robot's
   const LocalRobot robot("dog");
   const Sdk sdk;
   ASSERT_TRUE(sdk.initialised());
@@ -120,11 +121,13 @@ TEST(AnApplicationKilledWhileItWalks, LeavesAStandingRobotToAHundredOthersOneAft
     if (moves) movingUntilMs = access.nowMs();
     return !moves && !(grant && grant->controller == walker);
   }));
-  EXPECT_LT(movingUntilMs, killedMs + 1000);
+  EXPECT_LT(movingUntilMs, killedMs + 1000 * kSlowness);
+  RecordProperty("stoodAfterMs", std::to_string(movingUntilMs - killedMs));
   ASSERT_TRUE(waitUntil([&] { return !crowd.grants().empty(); }));
   const Grant next = crowd.grants().front();
   EXPECT_GE(next.sinceMs, leaseEndMs);
-  EXPECT_LE(next.sinceMs, leaseEndMs + kLeaseMs / 5);
+  EXPECT_LE(next.sinceMs, leaseEndMs + kLeaseMs / 5 * kSlowness);
+  RecordProperty("grantedAfterLeaseMs", std::to_string(next.sinceMs - leaseEndMs));
 
   ASSERT_TRUE(waitUntil([&] { return crowd.grants().size() >= Crowd::kSize; }, 2 * kLimitMs))
       << crowd.grants().size();

@@ -24,6 +24,11 @@ using orvane_test::waitUntil;
 inline constexpr std::uint32_t kLimitMs = 30000;  // far above what is expected, sanitizers included
 inline constexpr std::uint32_t kRequestMs = 5000;
 inline constexpr std::uint32_t kInControl = 2;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
 
 /// The service, initialised on the loopback interface while this lives.
 class Sdk {

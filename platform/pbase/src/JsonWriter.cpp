@@ -61,7 +61,8 @@ class Writer {
     out_ += open;
     ++depth_;
     bool empty = true;
-    for (auto child = value.begin(); child != value.end(); ++child) {
+    const auto end = value.end();
+    for (auto child = value.begin(); child != end; ++child) {
       if (!std::exchange(empty, false)) out_ += ',';
       newLine();
       printName(child);
