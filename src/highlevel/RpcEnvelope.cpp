@@ -9,9 +9,10 @@
 namespace orvane::RobotSdk {
 
 Json::Value makeRpcRequest(const std::string& clientId, const Json::Value& params) {
+  using Key = Json::StaticString;  // kept by reference
   Json::Value request(Json::objectValue);
-  request["call"]["clientId"] = clientId;
-  if (!params.empty()) request["params"] = params;
+  request[Key("call")][Key("clientId")] = clientId;
+  if (!params.empty()) request[Key("params")] = params;
   return request;
 }
 
