@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <optional>
 
 #include "cases/Case.h"
+#include "harness/Clock.h"
 #include "harness/ProcStat.h"
 
 namespace bench {
@@ -23,6 +25,7 @@ struct Member {
 };
 
 struct Load {
+  std::size_t size = 0;  // robots
   std::vector<double> us;
   std::uint32_t failures = 0;
   double robotsPercent = 0;   // of one core, all robots together
@@ -51,7 +54,14 @@ Load measure(std::vector<Member>& fleet, std::uint32_t seconds) {
   const double robotsBefore = cpuSecondsOf(robots);
   const double clientsBefore = cpuSecondsOf(clients);
   Load load;
-  for (Member& member : fleet) member.client.send(run);
+  load.size = fleet.size();
+  // Spread over the interval: in step, they would wait for each other and not for the robots.
+  const std::int64_t apartNs = 1'000'000'000 / kPerSecond / static_cast<std::int64_t>(fleet.size());
+  std::int64_t atNs = nowNs();
+  for (Member& member : fleet) {
+    sleepUntilNs(atNs += apartNs);
+    member.client.send(run);
+  }
   for (Member& member : fleet) {
     const Json::Value answer = member.client.receive(300'000);
     append(load.us, answer["ns"], kUsPerNs);
@@ -67,15 +77,17 @@ Load measure(std::vector<Member>& fleet, std::uint32_t seconds) {
   return load;
 }
 
-Row rowOf(std::size_t size, const Load& load, const std::vector<double>& alone) {
+Row rowOf(const Load& load, const char* baseline, const Figures& alone,
+          std::optional<double> wanted) {
   Row row;
-  row.id = "fleet." + std::to_string(size);
-  row.ours = "queryMotionState, " + std::to_string(size) + (size == 1 ? " robot" : " robots");
-  row.baseline = "1 robot";
+  row.id = "fleet." + std::to_string(load.size);
+  row.ours =
+      "queryMotionState, " + std::to_string(load.size) + (load.size == 1 ? " robot" : " robots");
+  row.baseline = baseline;
   row.unit = "us";
   const bool full = load.busyPercent >= kFullPercent;
-  row = compare(std::move(row), load.us, alone, std::nullopt, std::nullopt);
-  if (!full) row.p50->wanted = kFlat;
+  row = compare(std::move(row), Figures::of(load.us), alone, full ? std::nullopt : wanted,
+                std::nullopt);
   char note[160];
   std::snprintf(note, sizeof note,
                 "robots %.0f%%, clients %.0f%% of a core; machine %.0f%% busy%s; %u of %zu failed",
@@ -85,24 +97,40 @@ Row rowOf(std::size_t size, const Load& load, const std::vector<double>& alone) 
   return row;
 }
 
+/// Ends all but the first `size` members.
+void shrink(std::vector<Member>& fleet, std::size_t size) {
+  for (std::size_t i = size; i < fleet.size(); ++i) {
+    fleet[i].client.beginEnd();
+    fleet[i].robot.beginEnd();
+  }
+  while (fleet.size() > size) fleet.pop_back();
+}
+
 }  // namespace
 
 std::vector<Row> measureFleet(const Plan& plan) {
   const std::uint32_t largest = plan.of(2U, 32U, 32U);
+  const std::uint32_t seconds = plan.of(1U, 10U, 30U);
   std::vector<Member> fleet;
-  std::vector<Row> rows;
-  std::vector<double> alone;
+  std::vector<Load> loads;
+  const auto measureSettled = [&] {
+    static_cast<void>(measure(fleet, 1));  // everybody has noticed who came and who went
+    return measure(fleet, seconds);
+  };
   for (const std::uint32_t size : kSizes) {
     if (size > largest) break;
     while (fleet.size() < size) fleet.push_back(startMember(fleet.size() + 1));
-    static_cast<void>(measure(fleet, 1));  // everybody has found everybody
-    const Load load = measure(fleet, plan.of(1U, 10U, 30U));
-    if (alone.empty()) alone = load.us;
-    rows.push_back(rowOf(size, load, alone));
+    loads.push_back(measureSettled());
   }
-  for (Member& member : fleet) {
-    member.client.beginEnd();
-    member.robot.beginEnd();
+  // The machine may have changed meanwhile: the first one alone once more.
+  shrink(fleet, 1);
+  const Figures again = Figures::of(measureSettled().us);
+  shrink(fleet, 0);
+
+  const Figures alone = Figures::between(Figures::of(loads.front().us), again);
+  std::vector<Row> rows = {rowOf(loads.front(), "the same at the end", again, std::nullopt)};
+  for (std::size_t i = 1; i < loads.size(); ++i) {
+    rows.push_back(rowOf(loads[i], "1 robot, mean of begin and end", alone, kFlat));
   }
   return rows;
 }

@@ -145,8 +145,9 @@ std::vector<Row> measureSoak(const Plan& plan) {
                     scaled(sides[0].ns, kUsPerNs), scaled(sides[1].ns, kUsPerNs), std::nullopt,
                     std::nullopt);
   const auto tail = [](const Figures& figures) {
-    return "p99.9 " + std::to_string(static_cast<long>(figures.p999)) + ", longest " +
-           std::to_string(static_cast<long>(figures.max));
+    const std::string longest = "longest " + std::to_string(static_cast<long>(figures.max));
+    if (!figures.p999) return longest;
+    return "p99.9 " + std::to_string(static_cast<long>(*figures.p999)) + ", " + longest;
   };
   row.note = tail(*row.oursFigures) + "; raw: " + tail(*row.baselineFigures);
   return {row};

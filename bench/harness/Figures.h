@@ -3,6 +3,7 @@
 #include <json/value.h>
 
 #include <cstddef>
+#include <optional>
 #include <vector>
 
 namespace bench {
@@ -10,13 +11,16 @@ namespace bench {
 /// What is left of a row of measured values, in their unit.
 struct Figures {
   std::size_t samples = 0;
+  double mean = 0;
   double p50 = 0;
-  double p99 = 0;
-  double p999 = 0;
+  std::optional<double> p99;   ///< of 100 values or more: of fewer it would be the largest
+  std::optional<double> p999;  ///< likewise, of 1000
   double max = 0;
 
-  /// By nearest rank. Throws std::runtime_error when there are no values.
+  /// Percentiles by nearest rank. Throws std::runtime_error when there are no values.
   static Figures of(std::vector<double> values);
+  /// The mean of each figure of two runs of the same; the largest of both.
+  static Figures between(const Figures& one, const Figures& other);
   [[nodiscard]] Json::Value toJson() const;
 };
 

@@ -13,8 +13,12 @@ std::string number(double value) {
   return text;
 }
 
-std::string cell(const std::optional<Figures>& figures, double Figures::*figure) {
-  return figures ? number((*figures).*figure) : "-";
+std::string p50Of(const std::optional<Figures>& figures) {
+  return figures ? number(figures->p50) : "-";
+}
+
+std::string p99Of(const std::optional<Figures>& figures) {
+  return figures && figures->p99 ? number(*figures->p99) : "-";
 }
 
 std::string verdict(const std::optional<Comparison>& comparison) {
@@ -40,8 +44,9 @@ Json::Value toJson(const std::optional<Comparison>& comparison) {
 }
 
 bool isFinite(const std::optional<Figures>& figures) {
-  return !figures || (figures->samples > 0 && std::isfinite(figures->p50) &&
-                      std::isfinite(figures->p99) && std::isfinite(figures->max));
+  return !figures ||
+         (figures->samples > 0 && std::isfinite(figures->mean) && std::isfinite(figures->p50) &&
+          std::isfinite(figures->p99.value_or(0)) && std::isfinite(figures->max));
 }
 
 bool isFinite(const std::optional<Comparison>& comparison) {
@@ -52,10 +57,15 @@ bool isFinite(const std::optional<Comparison>& comparison) {
 
 Row compare(Row row, const std::vector<double>& ours, const std::vector<double>& baseline,
             std::optional<double> wantedP50, std::optional<double> wantedP99) {
-  row.oursFigures = Figures::of(ours);
-  row.baselineFigures = Figures::of(baseline);
-  row.p50 = Comparison{row.oursFigures->p50 / row.baselineFigures->p50, wantedP50};
-  row.p99 = Comparison{row.oursFigures->p99 / row.baselineFigures->p99, wantedP99};
+  return compare(std::move(row), Figures::of(ours), Figures::of(baseline), wantedP50, wantedP99);
+}
+
+Row compare(Row row, const Figures& ours, const Figures& baseline, std::optional<double> wantedP50,
+            std::optional<double> wantedP99) {
+  row.oursFigures = ours;
+  row.baselineFigures = baseline;
+  row.p50 = Comparison{ours.p50 / baseline.p50, wantedP50};
+  if (ours.p99 && baseline.p99) row.p99 = Comparison{*ours.p99 / *baseline.p99, wantedP99};
   return row;
 }
 
@@ -63,10 +73,9 @@ void printTable(std::FILE* out, const std::vector<Row>& rows) {
   std::vector<std::vector<std::string>> cells = {
       {"what", "unit", "p50", "p99", "against", "its p50", "its p99", "p50 ratio", "p99 ratio"}};
   for (const Row& row : rows) {
-    cells.push_back({row.ours, row.unit, cell(row.oursFigures, &Figures::p50),
-                     cell(row.oursFigures, &Figures::p99), row.baseline,
-                     cell(row.baselineFigures, &Figures::p50),
-                     cell(row.baselineFigures, &Figures::p99), verdict(row.p50), verdict(row.p99)});
+    cells.push_back({row.ours, row.unit, p50Of(row.oursFigures), p99Of(row.oursFigures),
+                     row.baseline, p50Of(row.baselineFigures), p99Of(row.baselineFigures),
+                     verdict(row.p50), verdict(row.p99)});
   }
   std::vector<std::size_t> widths(cells.front().size());
   for (const auto& line : cells) {
@@ -77,9 +86,13 @@ void printTable(std::FILE* out, const std::vector<Row>& rows) {
       std::fprintf(out, "%-*s%s", static_cast<int>(widths[i]), cells[index][i].c_str(),
                    i + 1 < widths.size() ? "  " : "\n");
     }
-    if (index > 0 && !rows[index - 1].note.empty()) {
-      std::fprintf(out, "    %s\n", rows[index - 1].note.c_str());
+    if (index == 0) continue;
+    const Row& row = rows[index - 1];
+    if (row.mean) {
+      std::fprintf(out, "    mean %s, its mean %s: %s\n", number(row.oursFigures->mean).c_str(),
+                   number(row.baselineFigures->mean).c_str(), verdict(row.mean).c_str());
     }
+    if (!row.note.empty()) std::fprintf(out, "    %s\n", row.note.c_str());
   }
 }
 
@@ -95,6 +108,7 @@ Json::Value toJson(const std::vector<Row>& rows) {
     if (row.baselineFigures) entry["baseline"] = row.baselineFigures->toJson();
     if (row.p50) entry["p50"] = toJson(row.p50);
     if (row.p99) entry["p99"] = toJson(row.p99);
+    if (row.mean) entry["mean"] = toJson(row.mean);
     if (!row.note.empty()) entry["note"] = row.note;
     document.append(std::move(entry));
   }
@@ -103,7 +117,8 @@ Json::Value toJson(const std::vector<Row>& rows) {
 
 bool isSound(const Row& row) {
   return (row.oursFigures || !row.note.empty()) && isFinite(row.oursFigures) &&
-         isFinite(row.baselineFigures) && isFinite(row.p50) && isFinite(row.p99);
+         isFinite(row.baselineFigures) && isFinite(row.p50) && isFinite(row.p99) &&
+         isFinite(row.mean);
 }
 
 }  // namespace bench

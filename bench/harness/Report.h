@@ -31,13 +31,16 @@ struct Row {
   std::optional<Figures> baselineFigures;
   std::optional<Comparison> p50;
   std::optional<Comparison> p99;
+  std::optional<Comparison> mean;  ///< only where it is judged
   std::string note;
 };
 
-/// A row of both sides with the ratios of their p50 and p99.
+/// A row of both sides with the ratios of their p50 and p99, the latter if both have one.
 [[nodiscard]] Row compare(Row row, const std::vector<double>& ours,
                           const std::vector<double>& baseline, std::optional<double> wantedP50,
                           std::optional<double> wantedP99);
+[[nodiscard]] Row compare(Row row, const Figures& ours, const Figures& baseline,
+                          std::optional<double> wantedP50, std::optional<double> wantedP99);
 
 void printTable(std::FILE* out, const std::vector<Row>& rows);
 [[nodiscard]] Json::Value toJson(const std::vector<Row>& rows);

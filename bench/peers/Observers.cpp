@@ -20,7 +20,7 @@ constexpr std::uint32_t kLongestPeriodMs = 20;
 constexpr std::uint32_t kSettleMs = 10000;
 constexpr std::uint32_t kBlockMs = 1000;
 constexpr std::int64_t kNsPerMs = 1'000'000;
-constexpr std::int64_t kRequestEveryNs = 5 * kNsPerMs;
+constexpr std::int64_t kRequestEveryNs = 4 * kNsPerMs;  // as often as the robot writes sensors
 
 std::int64_t stampIn(const ObservedMotionRecord& record) {
   const auto& parts = record.imu.quaternion;
@@ -158,8 +158,10 @@ BlockedObserver::BlockedObserver(const Json::Value& arguments)
     ++blockedCalls_;
     Pexal::PBase::CThread::sleep(kBlockMs);
   });
-  client_->setSensorObservedCallback(
-      [this](const ObservedSensorRecord& record) { sensor_.put(nowNs() - stampIn(record)); });
+  client_->setSensorObservedCallback([this](const ObservedSensorRecord& record) {
+    sensorWrittenNs_ = stampIn(record);
+    sensor_.put(nowNs() - sensorWrittenNs_);
+  });
   SdkSession::connect(*client_);
   SdkSession::observe(*client_, true);
 }
@@ -176,8 +178,9 @@ Json::Value BlockedObserver::handle(const Json::Value& command) {
   sensor_.begin(0, UINT32_MAX);
   std::vector<std::int64_t> requests;
   std::string state;
-  std::int64_t due = nowNs();
-  const std::int64_t end = due + command["ms"].asInt64() * kNsPerMs;
+  const std::int64_t end = nowNs() + command["ms"].asInt64() * kNsPerMs;
+  // The robot keeps time by the same clock: halfway between two sensor samples.
+  std::int64_t due = sensorWrittenNs_ + kRequestEveryNs / 2;
   while (due < end) {
     sleepUntilNs(due += kRequestEveryNs);
     const std::int64_t begin = nowNs();

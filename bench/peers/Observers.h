@@ -79,8 +79,9 @@ class RawObserver final : public ObserverRole {
 };
 
 /// A client of the library whose motion callback can be made to block, while its sensor stream and
-/// its requests are measured. {"device"}; {"do": "measure", "ms", "blocked"} gives {"sensorNs",
-/// "requestNs", "blockedCalls"}.
+/// its requests are measured. {"device"}: a StandInRobot with "sensorEvery" 2; {"do": "measure",
+/// "ms", "blocked"} gives {"sensorNs", "requestNs", "blockedCalls"}. It asks as long after a motion
+/// sample as the sensor samples are written, in the periods without one.
 class BlockedObserver final : public Role {
  public:
   explicit BlockedObserver(const Json::Value& arguments);
@@ -93,6 +94,7 @@ class BlockedObserver final : public Role {
   Collector sensor_{1'000'000};
   std::atomic<bool> blocked_{false};
   std::atomic<std::uint32_t> blockedCalls_{0};
+  std::atomic<std::int64_t> sensorWrittenNs_{0};
 };
 
 }  // namespace bench

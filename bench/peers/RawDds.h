@@ -12,7 +12,7 @@
 /// What the raw baselines share: libddsc's C API as a careful programmer uses it, and nothing else.
 namespace bench {
 
-/// DDS settings as the library and the virtual robot use them, on loopback.
+/// DDS settings as in the profile that the library writes for itself, on loopback.
 [[nodiscard]] std::string rawProfile(std::uint32_t domain);
 
 /// The handle; throws std::runtime_error with `what` and libddsc's reason when it is an error.

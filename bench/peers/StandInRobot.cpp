@@ -92,6 +92,7 @@ void StandInRobot::write(const dds::domain::DomainParticipant& participant,
     stamp(motionSample);
     motion.write(motionSample);
     if (count % sensorEvery_ != 0) continue;
+    sleepUntilNs(due + kPeriodNs / 2);
     stamp(sensorSample);
     sensor.write(sensorSample);
   }

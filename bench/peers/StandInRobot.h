@@ -13,8 +13,9 @@ namespace bench {
 
 /// A robot reduced to what is measured: it answers every request with {"result": true} and some
 /// parameters, and writes its observed topics as the virtual robot does, 500 motion samples a
-/// second, with the time of writing in them. {"device", "domain", "sensorEvery": one sensor sample
-/// to so many motion samples}.
+/// second, with the time of writing in them; the sensor samples half a period after a motion
+/// sample, so that neither waits for the other's delivery. {"device", "domain", "sensorEvery": one
+/// sensor sample to so many motion samples}.
 ///
 /// Threading: one thread writes; requests are answered on the request server's own.
 class StandInRobot final : public ServerRole {
