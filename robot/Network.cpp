@@ -92,6 +92,11 @@ std::optional<std::string> settingsError(const std::string& deviceId, const std:
   return std::nullopt;
 }
 
+std::optional<std::string> lossError(double lossPercent) {
+  if (lossPercent == 0 || (lossPercent >= 0.1 && lossPercent <= 100)) return std::nullopt;
+  return "the loss must be 0 or 0.1 to 100 percent";
+}
+
 std::string ddsProfile(const std::string& interface, std::uint32_t domain, double lossPercent) {
   const std::string perMille = std::to_string(std::lround(lossPercent * 10));
   return "<CycloneDDS><Domain Id=\"" + std::to_string(domain) +

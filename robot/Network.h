@@ -12,8 +12,11 @@ namespace orvane::robot {
                                                        const std::string& interface,
                                                        std::uint32_t domain);
 
+/// What is wrong with a share of packets to lose. libddsc loses them in steps of 0.1 percent.
+[[nodiscard]] std::optional<std::string> lossError(double lossPercent);
+
 /// The DDS settings of a process that speaks on `interface` in `domain`, as XML text. It loses
-/// `lossPercent` (0 to 100) of the packets that it sends.
+/// `lossPercent` (see lossError; rounded to a step) of the packets that it sends.
 [[nodiscard]] std::string ddsProfile(const std::string& interface, std::uint32_t domain,
                                      double lossPercent = 0);
 

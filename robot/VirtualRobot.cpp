@@ -58,8 +58,8 @@ bool VirtualRobot::start(std::string& error) {
     error = *std::move(wrong);
     return false;
   }
-  if (!(settings_.lossPercent >= 0 && settings_.lossPercent <= 100)) {
-    error = "the loss must be 0 to 100 percent";
+  if (auto wrong = lossError(settings_.lossPercent)) {
+    error = *std::move(wrong);
     return false;
   }
   used_ = true;

@@ -23,8 +23,8 @@ struct RobotSettings {
   std::string interface = "lo";      ///< network interface, by name
   std::uint32_t domain = 42;         ///< DDS domain, 0 to 230
   double chargePercent = 100;        ///< of the battery at the start
-  /// 0 to 100: how much of its DDS packets is lost on the way out. Only where this process hasn't
-  /// joined the domain before.
+  /// 0 or 0.1 to 100: how much of its DDS packets is lost on the way out. Only where this process
+  /// hasn't joined the domain before.
   double lossPercent = 0;
   std::vector<std::string> faults;  ///< carried out when it starts, see parseFault
 };

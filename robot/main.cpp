@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Network.h"
 #include "VirtualRobot.h"
 #include "app/SignalWaiter.h"
 #include "app/StatusLine.h"
@@ -69,9 +70,18 @@ void describe(CLI::App& app, Options& options) {
                  "A scripted fault from the start on, e.g. \"after 2000 revoke\"; repeatable. The\n"
                  "forms are those of \"virtual-robot tell --help\"")
       ->allow_extra_args(false);
-  app.add_option("--loss", options.robot.lossPercent, "Loses that share of its packets, percent")
-      ->check(CLI::Range(0.0, 100.0));
+  app.add_option("--loss", options.robot.lossPercent,
+                 "Loses that share of its packets, percent: 0 to 100 in steps of 0.1");
   app.add_flag("--verbose", options.verbose, "Log what happens inside to standard error");
+}
+
+/// A robot that runs already isn't started anew: options of the start would be without effect.
+void refuseStartOptions(const CLI::App& app) {
+  for (const char* option : {"--fault", "--loss"}) {
+    if (app.count(option) > 0) {
+      throw CLI::ValidationError(option, "is for a robot that starts; it doesn't go with tell");
+    }
+  }
 }
 
 /// The log goes to standard error; on a terminal it must not run into the status line.
@@ -119,6 +129,11 @@ int main(int argc, char** argv) {
   const CLI::App& tellApp = describeTell(app, options);
   try {
     app.parse(argc, argv);
+    if (tellApp.parsed()) {
+      refuseStartOptions(app);
+    } else if (const auto wrong = lossError(options.robot.lossPercent)) {
+      throw CLI::ValidationError("--loss", *wrong);
+    }
   } catch (const CLI::ParseError& error) {
     return app.exit(error);
   }

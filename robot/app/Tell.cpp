@@ -43,10 +43,11 @@ std::string transportFailure(const RobotSettings& robot, RpcStatus status) {
 
 /// Whoever answers need not be a virtual robot: types are looked at first.
 int show(const Json::Value& answer) {
-  const Json::Value& params = answer.isObject() ? answer["params"] : answer;
-  const Json::Value& answers = params.isObject() ? params["answers"] : params;
-  if (!answers.isArray() || !answer["result"].isBool()) return fail("an answer without sense");
-  for (const Json::Value& text : answers) {
+  if (!answer.isObject() || !answer["result"].isBool() || !answer["params"].isObject() ||
+      !answer["params"]["answers"].isArray()) {
+    return fail("an answer without sense");
+  }
+  for (const Json::Value& text : answer["params"]["answers"]) {
     if (text.isString()) std::printf("%s\n", text.asCString());
   }
   if (answer["result"].asBool()) return 0;

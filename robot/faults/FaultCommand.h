@@ -36,6 +36,8 @@ struct FaultCommand {
 };
 
 inline constexpr const char* kAnyMethod = "any";
+/// Why a fault isn't taken any more.
+inline constexpr const char* kRobotEnds = "the robot ends";
 
 /// A command, or what is wrong with the text, the allowed form included.
 using ParsedFault = std::variant<FaultCommand, std::string>;

@@ -61,7 +61,7 @@ Faults::Answer Faults::schedule(const FaultCommand& command) {
   const std::uint64_t dueUs = CTime::getCurrentMicroSecond() + command.afterMs * 1000ULL;
   {
     const std::lock_guard lock(mutex_);
-    if (stopping_) return {false, "the robot ends"};
+    if (stopping_) return {false, kRobotEnds};
     if (timed_.size() == kMostTimed) return {false, "too many timed faults"};
     const auto later = std::find_if(timed_.begin(), timed_.end(),
                                     [&](const Timed& other) { return other.dueUs > dueUs; });
@@ -77,7 +77,7 @@ Faults::Answer Faults::carryOut(const FaultCommand& command) {
     case Fault::kDelay:
     case Fault::kDrop:
     case Fault::kWithhold:
-      if (!requests_.add(command)) return {false, "too many faults; clear some"};
+      if (auto refusal = requests_.add(command)) return {false, *std::move(refusal)};
       break;
     case Fault::kPreempt:
     case Fault::kRestore:
@@ -135,6 +135,7 @@ Faults::Answer Faults::die() {
   if (!end_) return {false, "this robot lives inside another program and can't die by itself"};
   {
     const std::lock_guard lock(mutex_);
+    if (stopping_) return {false, kRobotEnds};
     deathUs_ = CTime::getCurrentMicroSecond() + kLastWordsMs * 1000ULL;
   }
   changed_.notifyAll();

@@ -61,15 +61,16 @@ void RequestFaults::wait(const Fate& fate) {
   cleared_.waitUntil(lock, untilUs, [&] { return stopped_ || clears_ != fate.clears; });
 }
 
-bool RequestFaults::add(const FaultCommand& rule) {
+std::optional<std::string> RequestFaults::add(const FaultCommand& rule) {
   const std::lock_guard lock(mutex_);
+  if (stopped_) return kRobotEnds;
   const auto same = std::find_if(rules_.begin(), rules_.end(), [&](const FaultCommand& other) {
     return other.fault == rule.fault && other.name == rule.name;
   });
-  if (stopped_ || (same == rules_.end() && rules_.size() == kMostRules)) return false;
+  if (same == rules_.end() && rules_.size() == kMostRules) return "too many faults; clear some";
   if (same != rules_.end()) rules_.erase(same);
   rules_.push_back(rule);
-  return true;
+  return std::nullopt;
 }
 
 void RequestFaults::clear() {

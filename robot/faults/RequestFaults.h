@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,8 +28,8 @@ class RequestFaults {
   [[nodiscard]] Pexal::PDBus::RpcReply handle(const Pexal::PDBus::RpcRequest& request);
 
   /// A kRefuse, kDelay, kDrop or kWithhold, in place of the one of its kind for the same method.
-  /// False: there are too many.
-  [[nodiscard]] bool add(const FaultCommand& rule);
+  /// Why not, or nothing when it is there.
+  [[nodiscard]] std::optional<std::string> add(const FaultCommand& rule);
   /// Forgets all rules; answers that are delayed now go out.
   void clear();
   /// As clear, and none is added any more.

@@ -52,7 +52,8 @@ class ORVANE_API IMotionSdkService {
   /// disconnected from the robot; disconnect them first. Nothing happens when the service isn't
   /// initialised.
   ///
-  /// Bounded, also with dead robots; waits for SDK callbacks that are running. Must not be called
+  /// Bounded, also with dead robots; waits for SDK callbacks that are running, for a client's data
+  /// callback 3 s at most (one that goes on longer is logged and left running). Must not be called
   /// from inside a callback: there it is refused with a line on standard output. A process that
   /// ends without calling it gets it done at exit().
   virtual void shutdown() = 0;

@@ -81,7 +81,7 @@ bool DDSContextImpl::initial(const Json::Value& document) {
   }
   const auto state = std::make_shared<State>();
   if (!build(DDSContextDocument::parse(document), *state)) {
-    stop(*state, endpointsOf(*state), {});
+    stop(*state, endpointsOf(*state), {}, {});
     return false;
   }
 
@@ -92,7 +92,8 @@ bool DDSContextImpl::initial(const Json::Value& document) {
   readers = alive(readers_);
   for (const auto& reader : readers) {
     const auto domain = state->domains.find(reader->domain());
-    if (domain != state->domains.end()) reader->rebind(domain->second.participant);
+    if (domain == state->domains.end()) continue;
+    deliveries_.push_back(reader->rebind(domain->second.participant));
   }
   return true;
 }
@@ -144,14 +145,17 @@ void DDSContextImpl::shutdown() {
 
   Endpoints endpoints = endpointsOf(*state);
   Readers readers;
+  Deliveries deliveries;
   {
     const std::lock_guard attaching(attachMutex_);
     publish(nullptr);
     for (auto& endpoint : alive(endpoints_)) endpoints.push_back(std::move(endpoint));
     endpoints_.clear();
     readers = alive(readers_);
+    deliveries = alive(deliveries_);
+    deliveries_.clear();
   }
-  stop(*state, endpoints, readers);
+  stop(*state, endpoints, readers, deliveries);
 }
 
 DDSContextImpl::Endpoints DDSContextImpl::endpointsOf(const State& state) {
@@ -161,7 +165,8 @@ DDSContextImpl::Endpoints DDSContextImpl::endpointsOf(const State& state) {
   return result;
 }
 
-void DDSContextImpl::stop(const State& state, const Endpoints& endpoints, const Readers& readers) {
+void DDSContextImpl::stop(const State& state, const Endpoints& endpoints, const Readers& readers,
+                          const Deliveries& deliveries) {
   for (const auto& endpoint : endpoints) endpoint->beginStop();
   for (const auto& reader : readers) reader->beginStop();
 
@@ -174,6 +179,7 @@ void DDSContextImpl::stop(const State& state, const Endpoints& endpoints, const 
   const std::uint64_t deadlineUs =
       PBase::CTime::getCurrentMicroSecond() + Reader::kCallbackWaitMs * std::uint64_t{1000};
   for (const auto& reader : readers) reader->finishStop(deadlineUs);
+  for (const auto& delivery : deliveries) delivery->finishStop(deadlineUs);
   leaveDomains(state);
 }
 
@@ -255,7 +261,8 @@ void DDSContextImpl::adopt(const std::shared_ptr<Reader>& reader) {
   const std::lock_guard attaching(attachMutex_);
   const auto on = participant(reader->domain());
   if (on.is_nil()) throw dds::core::NotEnabledError("the dds layer isn't started");
-  reader->bind(on);
+  dropExpired(deliveries_);
+  deliveries_.push_back(reader->bind(on));
   dropExpired(readers_);
   readers_.push_back(reader);
 }

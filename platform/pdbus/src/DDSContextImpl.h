@@ -56,12 +56,14 @@ class DDSContextImpl final : public DDSContext,
   };
   using Endpoints = std::vector<std::shared_ptr<Stoppable>>;
   using Readers = std::vector<std::shared_ptr<Reader>>;
+  using Deliveries = std::vector<std::shared_ptr<ReaderDelivery>>;
 
   static bool build(const DDSContextDocument& document, State& state);
   static bool joinDomains(const DDSContextDocument& document, State& state);
   static bool makeEndpoints(const DDSContextDocument& document, State& state);
   static Endpoints endpointsOf(const State& state);
-  static void stop(const State& state, const Endpoints& endpoints, const Readers& readers);
+  static void stop(const State& state, const Endpoints& endpoints, const Readers& readers,
+                   const Deliveries& deliveries);
   static void leaveDomains(const State& state);
   void publish(std::shared_ptr<const State> state);
   [[nodiscard]] std::shared_ptr<const State> snapshot();
@@ -69,9 +71,11 @@ class DDSContextImpl final : public DDSContext,
   PBase::CMutex lifecycleMutex_;  // held for the whole of initial and shutdown; guards no data
 
   // Held while an endpoint or reader joins in, so that a shutdown either finds it or refuses it.
-  PBase::CMutex attachMutex_;  // guards endpoints_, readers_ and every change of state_
+  PBase::CMutex attachMutex_;  // guards the lists here and every change of state_
   std::vector<std::weak_ptr<Stoppable>> endpoints_;
   std::vector<std::weak_ptr<Reader>> readers_;  ///< kept across restarts
+  /// Of this start. A reader whose removal has given up waiting leaves its delivery behind here.
+  std::vector<std::weak_ptr<ReaderDelivery>> deliveries_;
 
   PBase::CMutex snapshotMutex_;         // a leaf; guards state_ and subscribers_
   std::shared_ptr<const State> state_;  ///< null: not started

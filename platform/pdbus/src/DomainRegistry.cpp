@@ -2,8 +2,10 @@
 
 #include <atomic>
 #include <cstdio>
+#include <functional>
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 #include "DDSContextLog.h"
 #include "EndpointEntity.h"
@@ -14,29 +16,38 @@ namespace {
 
 constexpr const char* kUnit = "DomainRegistry";
 
+/// Warnings and errors of libddsc that weren't passed on, and nobody told of yet.
+std::atomic<std::uint32_t> leftOut{0};
+
+void tellLeftOut() noexcept {
+  if (const std::uint32_t count = leftOut.exchange(0); count > 0) {
+    static_cast<void>(std::fprintf(stderr, "dds: %u warnings and errors were left out\n", count));
+  }
+}
+
 /// What libddsc logs at other times goes where it would by itself, but its warnings at most once a
-/// second: it has one for each sample of a peer that it can't decode. It doesn't go to our log,
-/// whose sinks may use DDS, since libddsc holds locks here.
+/// second, and so its errors: it has one for each sample of a peer that it can't decode, or for
+/// each packet that it can't send. It doesn't go to our log, whose sinks may use DDS, since libddsc
+/// holds locks here.
 void logSparingly(void*, const dds_log_data_t* data) {
-  static LogLimiter limiter;
-  static std::atomic<std::uint32_t> leftOut{0};
-  const bool grave = (data->priority & (DDS_LC_FATAL | DDS_LC_ERROR)) != 0;
-  if (!grave && !limiter.permit()) {
+  static LogLimiter warnings;
+  static LogLimiter errors;  // of its own, so that no warning takes an error's place
+  const bool warning = (data->priority & DDS_LC_WARNING) != 0;
+  const bool error = (data->priority & DDS_LC_ERROR) != 0;
+  if ((warning && !warnings.permit()) || (error && !errors.permit())) {
     ++leftOut;
     return;
   }
-  if (const std::uint32_t count = leftOut.exchange(0); count > 0) {
-    static_cast<void>(std::fprintf(stderr, "dds: %u warnings were left out\n", count));
-  }
+  tellLeftOut();
   const auto size = static_cast<int>(data->hdrsize + data->size);  // without the line's end
   static_cast<void>(std::fprintf(stderr, "%.*s\n", size, data->message - data->hdrsize));
 }
 
 /// What libddsc logs while this lives. Its result codes say little ("Error"); the cause is only in
-/// its log. One at a time; libddsc may log from any of its threads.
+/// its log. One at a time; libddsc may log from any of its threads. `after` sets the next sink.
 class LogCapture {
  public:
-  LogCapture() {
+  explicit LogCapture(std::function<void()> after) : after_(std::move(after)) {
     dds_set_log_sink(
         [](void* self, const dds_log_data_t* data) {
           static_cast<LogCapture*>(self)->add({data->message, data->size});
@@ -46,7 +57,7 @@ class LogCapture {
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
   // libddsc changes a sink only once no call of the old one is running.
-  ~LogCapture() { dds_set_log_sink(logSparingly, nullptr); }
+  ~LogCapture() { after_(); }
 
   [[nodiscard]] std::string text() const {
     const std::lock_guard lock(mutex_);
@@ -64,6 +75,7 @@ class LogCapture {
     text_ += line;
   }
 
+  const std::function<void()> after_;
   mutable PBase::CMutex mutex_;  // guards text_
   std::string text_;
 };
@@ -109,7 +121,7 @@ dds::domain::DomainParticipant DomainRegistry::join(std::uint32_t id, const std:
   dds::domain::DomainParticipant participant;
   std::string words;
   {
-    const LogCapture log;
+    const LogCapture log([this] { chooseLogSink(); });
     try {
       if (const auto found = domains_.find(id); found == domains_.end()) {
         domains_[id] = open(id, url);
@@ -145,7 +157,12 @@ void DomainRegistry::leave(std::uint32_t id) noexcept {
   if (found == domains_.end() || found->second.users == 0) return;
   --found->second.users;
   closeUnused(id);
-  if (domains_.empty()) dds_set_log_sink(nullptr, nullptr);
+  chooseLogSink();
+}
+
+void DomainRegistry::chooseLogSink() noexcept {
+  dds_set_log_sink(domains_.empty() ? nullptr : logSparingly, nullptr);
+  if (domains_.empty()) tellLeftOut();
 }
 
 void DomainRegistry::closeUnused(std::uint32_t id) noexcept {

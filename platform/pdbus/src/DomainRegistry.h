@@ -15,9 +15,10 @@ namespace Pexal::PDBus {
 /// the process already has. A domain is created by the first who joins it and deleted after the
 /// last has left; one that somebody else created is used and left alone.
 ///
-/// While a domain is joined, libddsc's log goes to this library (its result codes don't tell the
-/// cause); after that to standard error as before, with warnings thinned to one a second. A sink
-/// that the application has set itself is lost by it.
+/// While a domain is being joined, libddsc's log goes to this library (its result codes don't tell
+/// the cause); after that to standard error as before, with warnings and errors thinned to one of
+/// each a second, until the last domain is left. A sink that the application has set itself is lost
+/// by it.
 ///
 /// Threading: any thread; operations wait for each other. mutex_ is a leaf and held while libddsc
 /// opens and closes its sockets.
@@ -43,6 +44,8 @@ class DomainRegistry {
   DomainRegistry() = default;
   Domain open(std::uint32_t id, const std::string& url);
   void closeUnused(std::uint32_t id) noexcept;
+  /// Where libddsc's log goes while no join is under way.
+  void chooseLogSink() noexcept;
 
   PBase::CMutex mutex_;  // guards domains_, and libddsc's log sink
   std::map<std::uint32_t, Domain> domains_;

@@ -190,6 +190,7 @@ void EventBusCore::handOnHeld() {
   const std::uint64_t now = PBase::CTime::getCurrentMicroSecond();
   std::unordered_map<dds_instance_handle_t, Blocked> blocked;  // later events wait behind
   std::deque<HeldEvent> kept;
+  std::size_t keptBytes = 0;
   std::size_t gone = 0;
   std::size_t bytes = 0;
   std::uint32_t crowdedOut = 0;
@@ -198,9 +199,11 @@ void EventBusCore::handOnHeld() {
     if (!blocked.contains(held.writer) && peers_->mayHandOn(held.writer, held.sinceUs, now)) {
       dispatcher_->enqueue(std::move(held.event));
     } else if (Blocked& before = blocked[held.writer];
-               before.count < kMaxBlocked && before.bytes + size <= kMaxBlockedBytes) {
+               (kept.size() < kMaxHeld / 2 && keptBytes + size <= kMaxHeldBytes / 2) ||
+               (before.count < kMaxBlocked && before.bytes + size <= kMaxBlockedBytes)) {
       ++before.count;
       before.bytes += size;
+      keptBytes += size;
       kept.push_back(std::move(held));
       continue;
     } else {

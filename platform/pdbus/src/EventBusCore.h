@@ -43,7 +43,8 @@ class EventBusCore {
   static constexpr std::size_t kMaxPublishers = 1024;
   static constexpr std::size_t kMaxHeld = 1024;
   static constexpr std::size_t kMaxHeldBytes = 16U << 20;
-  // Of these, what one sender whose way back isn't there yet may take up.
+  // Of these, what one sender whose way back isn't there yet may still take up once half of all is
+  // taken. Before that it may take what it likes: most often there is only one.
   static constexpr std::size_t kMaxBlocked = kMaxHeld / 4;
   static constexpr std::size_t kMaxBlockedBytes = kMaxHeldBytes / 4;
   static constexpr std::uint64_t kIdleMs = 60000;

@@ -49,7 +49,6 @@ void PeerMismatch::listenWith(dds_listener_t* listener) {
 }
 
 void PeerMismatch::note(Policies& policies, std::uint32_t policy) noexcept {
-  if (policy == DDS_PARTITION_QOS_POLICY_ID) return;  // keeps devices apart, as it should
   // libddsc tells of partitions that differ too, but that is how clients and robots are kept apart.
   if (policy == DDS_PARTITION_QOS_POLICY_ID) return;
   const std::uint32_t bit = 1U << (policy % 32);

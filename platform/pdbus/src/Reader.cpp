@@ -22,20 +22,23 @@ Reader::~Reader() {
   remove();
 }
 
-void Reader::bind(const dds::domain::DomainParticipant& participant) {
+std::weak_ptr<ReaderDelivery> Reader::bind(const dds::domain::DomainParticipant& participant) {
   const std::lock_guard lock(mutex_);
-  if (removed_) return;
+  if (removed_) return {};
   auto delivery = ReaderDelivery::start(participant, settings_);
   delivery_ = std::move(delivery);
   attachTo(*delivery_);
+  return delivery_;
 }
 
-void Reader::rebind(const dds::domain::DomainParticipant& participant) noexcept {
+std::weak_ptr<ReaderDelivery> Reader::rebind(
+    const dds::domain::DomainParticipant& participant) noexcept {
   try {
-    bind(participant);
+    return bind(participant);
   } catch (const std::exception& error) {
     PDBUS_LOG(4, kUnit, "rebind dds reader(%s:%s) exception:%s\n", settings_->domain.c_str(),
               settings_->topic.c_str(), error.what());
+    return {};
   }
 }
 

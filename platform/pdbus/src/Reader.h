@@ -32,10 +32,11 @@ class Reader final : public IBaseDDSReader {
   void addWaitSet(dds::core::cond::WaitSet& waitSet, std::uint32_t mask) override;
   void delWaitSet(dds::core::cond::WaitSet& waitSet) override;
 
-  /// Begins to deliver from `participant`. Throws dds::core::Exception. Nothing once removed.
-  void bind(const dds::domain::DomainParticipant& participant);
+  /// Begins to deliver from `participant`, and tells by what. Throws dds::core::Exception. Nothing
+  /// once removed.
+  std::weak_ptr<ReaderDelivery> bind(const dds::domain::DomainParticipant& participant);
   /// The same for a participant that comes after another; a failure is logged.
-  void rebind(const dds::domain::DomainParticipant& participant) noexcept;
+  std::weak_ptr<ReaderDelivery> rebind(const dds::domain::DomainParticipant& participant) noexcept;
   /// Ends the delivery, in two steps as of ReaderDelivery.
   void beginStop() noexcept;
   void finishStop(std::uint64_t deadlineUs);

@@ -44,7 +44,7 @@ class ReaderDelivery : public std::enable_shared_from_this<ReaderDelivery> {
   /// No callback begins once this has returned, but for one that is just beginning. Doesn't wait.
   void beginStop() noexcept;
   /// Waits until the thread has ended, at most until `deadlineUs` (CTime); returns at once when
-  /// called on that thread. False (and logged): the callback in flight didn't end in time.
+  /// called on that thread. False (and logged, once): the callback in flight didn't end in time.
   bool finishStop(std::uint64_t deadlineUs);
 
   [[nodiscard]] const dds::sub::AnyDataReader& reader() const noexcept { return reader_; }
@@ -63,7 +63,7 @@ class ReaderDelivery : public std::enable_shared_from_this<ReaderDelivery> {
   void takeAll();
   void deliver() noexcept;
   void reportCallbackFailure(const char* text);
-  void reportMismatch();
+  void awaitWork();
   void closeEntities() noexcept;
 
   const std::shared_ptr<const ReaderSettings> settings_;
@@ -84,9 +84,10 @@ class ReaderDelivery : public std::enable_shared_from_this<ReaderDelivery> {
   std::unique_ptr<void, SampleDeleter> sample_;
   std::uint64_t lastFailureReportMs_ = 0;
 
-  PBase::CMutex mutex_;  // guards ended_ and thread_
+  PBase::CMutex mutex_;  // guards what follows
   PBase::CCondition endedChanged_;
   bool ended_ = false;
+  bool givenUp_ = false;  ///< and logged
   std::unique_ptr<PBase::CThreadLite> thread_;
 };
 

@@ -40,10 +40,11 @@ class PEXAL_API IDDSFactory {
   static std::shared_ptr<IDDSFactory> create();
 
   /// Stops everything: pending calls end with kStopped, one-way requests that were taken get up to
-  /// 1 s to be acknowledged, no callback or handler runs after it returns. Objects handed out stay
-  /// valid and answer kStopped / false; readers start anew with the next initial. Bounded, also
-  /// with dead peers: about 2 s (that second, and libddsc's own for what is still unacknowledged),
-  /// 3 s more when a data callback doesn't end.
+  /// 1 s to be acknowledged, no callback or handler begins after it returns. Objects handed out
+  /// stay valid and answer kStopped / false; readers start anew with the next initial. Bounded,
+  /// also with dead peers: about 2 s (that second, and libddsc's own for what is still
+  /// unacknowledged). It waits for data callbacks that are running, of removed readers too: up to 3
+  /// s more, then they are given up with a log line.
   virtual void shutdown() = 0;
   /// Joins the domains and prepares clients and buses. False (everything undone, the reason logged
   /// at level 4 with libddsc's own words) when a domain can't be joined, when DDS refuses a client

@@ -72,8 +72,9 @@ class PEXAL_API IDDSSubcriber {
   /// When this returns no callback of `reader` runs or will run; called from inside that callback
   /// it returns at once (no further call begins, the reader's thread ends by itself). It waits for
   /// a callback in flight on another thread, at most 1 s: two callbacks that remove each other's
-  /// readers, or one that never ends, are given up with a log line. `reader` is one that
-  /// createReader or MSGDDSReader made; with a null one nothing happens.
+  /// readers, or one that never ends, are given up with a log line; IDDSFactory::shutdown waits for
+  /// them once more. `reader` is one that createReader or MSGDDSReader made; with a null one
+  /// nothing happens.
   virtual void removeReader(const std::shared_ptr<IBaseDDSReader>& reader) = 0;
 };
 

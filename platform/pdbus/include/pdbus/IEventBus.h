@@ -60,7 +60,9 @@ class EventHandler {
 /// topic is 1 to 255 bytes long, a payload at most 256 KiB of JSON text.
 ///
 /// A server's bus hands an event on to its handlers when what they publish in answer can reach the
-/// process that sent it, or after a second when that process doesn't listen.
+/// process that sent it, or after a second when that process doesn't listen. Until then it holds at
+/// most 1024 events or 16 MiB of all senders; once half of that is taken, at most 256 events or
+/// 4 MiB of each. What comes on top is dropped and logged, at most once a second.
 class PEXAL_API IEventBus {
  public:
   virtual ~IEventBus();
