@@ -186,18 +186,13 @@ TEST(EventBus, GarbageAndRepetitionsAreDropped) {
   const LogWatch log;
   RawPublisher peer;
   ASSERT_TRUE(peer.matched());
-  std::uint64_t number = 0;
-  for (const std::string& bad : badJson()) peer.write(++number, bad);
-  peer.write(++number, "1", std::string(300, 't'));
-  peer.write(++number, "1", "");
-  peer.write(0, "2");
+  peer.write(1, badJson().front());
+  peer.write(2, kTooLarge);
   peer.write(1, "3", "up", 1);  // open events are numbered apart
   peer.write(1, "4");
-  peer.write(++number, "5");
-  peer.write(number, "6");
-  peer.write(++number, "7");
-  EXPECT_TRUE(listener->hears("up=7"));
-  EXPECT_THAT(listener->heard(), ElementsAre("up=3", "up=5", "up=7"));
+  peer.write(3, "5");
+  EXPECT_TRUE(listener->hears("up=5"));
+  EXPECT_THAT(listener->heard(), ElementsAre("up=3", "up=5"));
   EXPECT_FALSE(log.with("no JSON").empty());
   EXPECT_FALSE(log.with("too large").empty());
 }

@@ -57,6 +57,8 @@ TEST(Faults, LossOnBothSidesCostsNothing) {
   Traffic traffic(50);
   for (int i = 0; i < 200; ++i) traffic.step();
   traffic.expectComplete();
+  const Node mute(kPeer, {1000});  // loses all
+  EXPECT_EQ(call(mute, "call", request(0), "D1", 500).status, code(RpcStatus::kNoServer));
 }
 
 TEST(Faults, ACallEndsEarlyWhenItsServersProcessIsKilled) {
@@ -113,6 +115,17 @@ TEST(Faults, PeersOfOtherTypeOrQosAreReportedOncePerTopicAndPolicy) {
       static_cast<void>(stranger.reader(same, qos));
       qos.reliability = DDS_RELIABILITY_BEST_EFFORT;
       static_cast<void>(stranger.writer(same, qos));
+    }
+    // Announcements are heard in order: who has met the last endpoints has met those before.
+    for (const char* const name : {kTopics[2], kTopics[3]}) {
+      const dds_entity_t topic = stranger.topic(Pexal_PDBus_Event_desc, name);
+      const dds_entity_t writer = stranger.writer(topic);
+      EXPECT_TRUE(awaitReader(writer) && awaitWriter(stranger.reader(topic)));
+      Pexal_PDBus_Event noise{};
+      noise.number = 1;
+      noise.topic = const_cast<char*>("noise");
+      EXPECT_EQ(dds_write(writer, &noise), DDS_RETCODE_OK);
+      EXPECT_EQ(dds_wait_for_acks(writer, DDS_SECS(10)), DDS_RETCODE_OK);
     }
     EXPECT_TRUE(waitUntil([&] {
       traffic.step();  // an RPC client reports when it is used

@@ -132,6 +132,31 @@ TEST_F(TypedReader, AReaderCanBeRemovedOrDroppedInsideItsCallback) {
   }
 }
 
+TEST_F(TypedReader, CallbacksThatRemoveEachOthersReadersDontHang) {
+  const LogWatch log;
+  std::atomic<int> inside{0};
+  std::atomic<int> returned{0};
+  std::shared_ptr<NumberedReader> one;
+  std::shared_ptr<NumberedReader> other;
+  const auto removes = [&](std::shared_ptr<NumberedReader>& victim) {
+    return [&](const Numbered&) {
+      ++inside;
+      ASSERT_TRUE(waitUntil([&] { return inside == 2; }));
+      subscriber_->removeReader(victim);
+      ++returned;
+    };
+  };
+  one = read("one", removes(other));
+  other = read("other", removes(one));
+  Peer first("one");
+  Peer second("other");
+  ASSERT_TRUE(first.matched() && second.matched());
+  first.write(1);
+  second.write(1);
+  EXPECT_TRUE(waitUntil([&] { return returned == 2; }));
+  EXPECT_GE(log.with("its callback doesn't end").size(), 1U) << log.all();
+}
+
 /// Writer and reader in one process: when a write returns, the sample is in the reader's history,
 /// or isn't and never will be.
 TEST_F(TypedReader, ARefusedWriterNeitherIsHeardNorDisplacesAnothersSample) {

@@ -180,21 +180,25 @@ TEST(Rpc, AStoppedServerCallsItsHandlerNoMore) {
   const Node robot(kRobot);
   const Node app(kApp);
   CSemaphore entered(0);
-  std::atomic<bool> inHandler{false};
+  CSemaphore leave(0);
+  CSemaphore stopped(0);
   std::atomic<int> runs{0};
   auto server = serve(robot, "D1", [&](const RpcRequest&) {
-    inHandler = true;
     ++runs;
     entered.post();
-    Pexal::PBase::CThread::sleep(100);
-    inHandler = false;
+    EXPECT_TRUE(leave.wait(kDeadlineMs));
     return RpcReply();
   });
   auto first = std::async(std::launch::async, [&] { return call(app, "go", request(1)); });
   auto second = std::async(std::launch::async, [&] { return call(app, "go", request(2)); });
   ASSERT_TRUE(entered.wait(kDeadlineMs));
-  server->stop();
-  EXPECT_FALSE(inHandler) << "stop waits for the handler";
+  const auto stopper = startThread([&] {
+    server->stop();
+    stopped.post();
+  });
+  EXPECT_FALSE(stopped.wait(100)) << "stop waits for the handler";
+  leave.post();
+  EXPECT_TRUE(stopped.wait(kDeadlineMs));
   first.get();
   second.get();
   EXPECT_EQ(runs, 1);

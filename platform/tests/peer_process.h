@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -12,15 +13,18 @@
 
 namespace platform_test {
 
-/// A running peer_program; killed at the latest when this goes.
+/// A running peer_program; killed at the latest when this goes, or the thread that made this: a
+/// test that crashes leaves none behind.
 class PeerProcess {
  public:
   explicit PeerProcess(std::vector<std::string> words) {
-    words.insert(words.begin(), PEER_PROGRAM);
+    words.insert(words.begin(), {kStarter, "--pdeathsig", "KILL", PEER_PROGRAM});
     std::vector<char*> arguments;
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
-    EXPECT_EQ(posix_spawn(&process_, PEER_PROGRAM, nullptr, nullptr, arguments.data(), environ), 0);
+    if (posix_spawn(&process_, kStarter, nullptr, nullptr, arguments.data(), environ) != 0) {
+      throw std::runtime_error("no peer");
+    }
   }
   ~PeerProcess() {
     kill(process_, SIGKILL);
@@ -38,7 +42,9 @@ class PeerProcess {
   }
 
  private:
-  pid_t process_ = 0;
+  static constexpr const char* kStarter = "/usr/bin/setpriv";
+
+  pid_t process_ = -1;
 };
 
 }  // namespace platform_test

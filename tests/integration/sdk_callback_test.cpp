@@ -49,31 +49,19 @@ class LettingGo {
     if (way_ == Way::kDisconnect) client->disconnect();
     const auto state = client->getState();
     client.reset();
-    const std::lock_guard lock(mutex_);
-    tookMs_ = nowMs() - begun;
-    stateAfter_ = state;
-    done_ = true;
+    tookMs = nowMs() - begun;
+    stateAfter = state;
+    done = true;
   }
-  [[nodiscard]] bool done() const {
-    const std::lock_guard lock(mutex_);
-    return done_;
-  }
-  [[nodiscard]] std::uint64_t tookMs() const {
-    const std::lock_guard lock(mutex_);
-    return tookMs_;
-  }
-  [[nodiscard]] std::uint32_t stateAfter() const {
-    const std::lock_guard lock(mutex_);
-    return stateAfter_;
-  }
+
+  std::atomic<bool> done{false};  // with the two below
+  std::uint64_t tookMs = 0;
+  std::uint32_t stateAfter = 0;
 
  private:
   const Way way_;
-  mutable std::mutex mutex_;  // guards everything below
+  std::mutex mutex_;  // guards client_
   std::shared_ptr<IMotionHighLevelClient> client_;
-  bool done_ = false;
-  std::uint64_t tookMs_ = 0;
-  std::uint32_t stateAfter_ = 0;
 };
 
 /// Has that callback of the client do `act`. The discover callback is the service's own.
@@ -123,13 +111,13 @@ TEST_P(InsideACallback, AClientMayBeLetGo) {
     ASSERT_TRUE(sdk->discoverRobotDevice(kLimitMs));
   }
 
-  ASSERT_TRUE(waitUntil([&] { return lettingGo->done(); }));
-  EXPECT_LT(lettingGo->tookMs(), kPromptMs);
+  ASSERT_TRUE(waitUntil([&] { return lettingGo->done.load(); }));
+  EXPECT_LT(lettingGo->tookMs, kPromptMs);
   if (way == Way::kLastReference) {
     EXPECT_TRUE(weak.expired());
     return;
   }
-  EXPECT_EQ(lettingGo->stateAfter(), 0U);
+  EXPECT_EQ(lettingGo->stateAfter, 0U);
   // The client is as good as new.
   ASSERT_TRUE(kept->connect(60000));
   std::string state;

@@ -113,35 +113,6 @@ TEST_F(Control, ObservedStateFollowsTheRobot) {
   EXPECT_GT(power.power, 90);
 }
 
-TEST_F(Control, HoldsALeaseMuchLongerThanItLasts) {
-  const Client client = connectTo("dog", 1200);
-  ASSERT_TRUE(client.handle && takeControl(client));
-  const double leaseMs = stateNumber(client, ".control.leaseTimeout");
-  ASSERT_GT(leaseMs, 0);
-  ASSERT_LE(leaseMs, 3000);
-  const double since = stateNumber(client, ".control.sinceMs");
-  EXPECT_TRUE(
-      waitUntil([&] { return stateNumber(client, ".control.untilMs") > since + 5 * leaseMs; }));
-  EXPECT_EQ(client->getState(), kInControl);
-  EXPECT_EQ(client.seen->states().size(), 1U);
-}
-
-TEST_F(Control, OfTwoClientsTheSecondGetsControlOnlyWhenTheFirstGivesItBack) {
-  const Client first = connectTo("dog");
-  const Client second = connectTo("dog");
-  ASSERT_TRUE(first.handle && second.handle && takeControl(first));
-  EXPECT_FALSE(takeControl(second, 3500));
-  EXPECT_TRUE(second.seen->reported({1, 2}));
-  EXPECT_EQ(second->getLastError(), 2U);
-  EXPECT_EQ(first->getState(), kInControl);
-  EXPECT_EQ(first.seen->states().size(), 1U);
-
-  ASSERT_TRUE(second->takeMotionControl(20000));
-  ASSERT_TRUE(first->releaseMotionControl());
-  EXPECT_TRUE(waitUntil([&] { return second.seen->reported({kInControl, 0}); }));
-  EXPECT_EQ(first->getState(), 1U);
-}
-
 /// What a robot does to its controller, and what its client says of that.
 struct Loss {
   const char* name;
@@ -184,17 +155,18 @@ TEST_F(Control, EveryWayToLoseItIsToldOnceAndEndsTheRightToCommand) {
       EXPECT_EQ(client->getLastError(), controls ? 0U : 7U);
     }
   }
-  // All that there is to tell has been told when these two have control again.
-  for (const std::size_t i : {1U, 5U}) ASSERT_TRUE(clients[i]->takeMotionControl(20000));
-  for (const std::size_t i : {1U, 5U}) {
-    ASSERT_TRUE(waitUntil([&] { return clients[i]->getState() == kInControl; })) << i;
+  // All that there is to tell has been told when those that can have control again.
+  const std::size_t silent = clients.size() - 1;
+  for (std::size_t i = 0; i < silent; ++i) ASSERT_TRUE(clients[i]->takeMotionControl(20000));
+  for (std::size_t i = 0; i < silent; ++i) {
+    SCOPED_TRACE(losses[i].name);
+    ASSERT_TRUE(waitUntil([&] { return clients[i].seen->states().back().first == kInControl; }));
     EXPECT_TRUE(clients[i]->standing(kRequestMs)) << clients[i]->getLastError();
-  }
-  for (std::size_t i = 0; i < clients.size(); ++i) {
     auto states = clients[i].seen->states();
-    if (i == 1 || i == 5) states.pop_back();
-    EXPECT_EQ(states, losses[i].states) << losses[i].name;
+    states.pop_back();
+    EXPECT_EQ(states, losses[i].states);
   }
+  EXPECT_EQ(clients[silent].seen->states(), losses[silent].states);
 }
 
 TEST_F(Control, TwoClientsHoldWalkAndObserveTwoRobotsAtOnce) {
@@ -227,11 +199,12 @@ TEST_F(Control, TwoClientsHoldWalkAndObserveTwoRobotsAtOnce) {
   EXPECT_TRUE(robot_.reaches(Posture::kStanding));
   for (const Pair& pair : pairs) {
     const auto there = static_cast<float>(pair.robot.status().position[0]);
+    std::vector<ObservedSensorRecord> sensor;
     ASSERT_TRUE(waitUntil([&] {
-      return std::abs(pair.client.seen->sensor().back().odom.position[0]) >= std::abs(there);
+      sensor = pair.client.seen->sensor();
+      return !sensor.empty() && std::abs(sensor.back().odom.position[0]) >= std::abs(there);
     }));
     // Each client has heard of its own robot only: it went one way.
-    const auto sensor = pair.client.seen->sensor();
     EXPECT_TRUE(std::is_sorted(sensor.begin(), sensor.end(), [&](const auto& a, const auto& b) {
       return (a.odom.position[0] - b.odom.position[0]) * pair.direction < -0.001F;
     }));

@@ -23,6 +23,11 @@ Process::Process(const std::vector<std::string>& command) {
   posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
   std::vector<char*> arguments;
+  // The kernel ends the child with the thread that starts it: a test that crashes leaves none
+  // behind.
+  for (const char* word : {"/usr/bin/setpriv", "--pdeathsig", "KILL"}) {
+    arguments.push_back(const_cast<char*>(word));
+  }
   for (const auto& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
   const int error = posix_spawn(&pid_, arguments[0], &actions, nullptr, arguments.data(), environ);

@@ -12,7 +12,8 @@
 namespace sdk_test {
 
 /// A child process whose standard output and error are read along. Ended (SIGKILL) and waited for
-/// at the latest when this is destroyed. Used by one thread.
+/// at the latest when this is destroyed, or when the thread that made this ends. Used by one
+/// thread.
 class Process {
  public:
   /// `command`: path of the program, then its arguments.

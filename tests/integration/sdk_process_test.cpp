@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <algorithm>
 #include <csignal>
 #include <memory>
 #include <mutex>
@@ -40,10 +40,15 @@ INSTANTIATE_TEST_SUITE_P(Ends, AnApplication,
                          testing::Values("return", "exit", "shutdown", "release"),
                          [](const auto& scenario) { return std::string(scenario.param); });
 
-/// A hundred clients of one robot in this process. Whoever gets control checks that nobody else has
-/// it, and gives it back.
+/// A hundred clients of one robot in this process. Whoever gets control sees whether it has it, and
+/// gives it back.
 class Crowd {
  public:
+  /// A grant that was obeyed, and when its client still had it.
+  struct Turn {
+    Grant grant;
+    std::uint64_t heldMs;
+  };
   static constexpr std::uint32_t kSize = 100;
 
   explicit Crowd(const LocalRobot& robot) : robot_(robot) {}
@@ -68,36 +73,36 @@ class Crowd {
     }
     return true;
   }
-  [[nodiscard]] std::vector<Grant> grants() const {
+  [[nodiscard]] std::vector<Turn> turns() const {
     const std::lock_guard lock(mutex_);
-    return grants_;
+    return turns_;
   }
-  [[nodiscard]] bool everOverlapped() const { return overlapped_; }
 
  private:
   void serve(IMotionHighLevelClient& winner) {
-    if (holders_.fetch_add(1) != 0) overlapped_ = true;
+    // The robot obeys its controller alone: who is obeyed between two looks that show the same
+    // grant is the one that has it.
+    const auto before = robot_.access().arbiter().current();
     const bool obeyed = winner.setMotionActionParams(R"({"bodyHeight":0.3})", kRequestMs);
     {
-      const std::lock_guard lock(mutex_);
-      const auto grant = robot_.access().arbiter().current();
-      if (obeyed && grant) grants_.push_back(*grant);
+      auto access = robot_.access();
+      const auto& after = access.arbiter().current();
+      if (obeyed && before && after && before->controller == after->controller) {
+        const std::lock_guard lock(mutex_);
+        turns_.push_back({*after, access.nowMs()});
+      }
     }
-    holders_.fetch_sub(1);
     winner.releaseMotionControl();
   }
 
   const LocalRobot& robot_;
   std::vector<std::shared_ptr<IMotionHighLevelClient>> clients_;
-  std::atomic<int> holders_{0};
-  std::atomic<bool> overlapped_{false};
-  mutable std::mutex mutex_;  // guards grants_
-  std::vector<Grant> grants_;
+  mutable std::mutex mutex_;  // guards turns_; innermost
+  std::vector<Turn> turns_;
 };
 
 TEST(AnApplicationKilledWhileItWalks, LeavesAStandingRobotToAHundredOthersOneAfterTheOther) {
   constexpr std::uint32_t kLeaseMs = 2000;
-  constexpr std::uint32_t kSlowness = kSanitized ? 3 : 1;  // the machine's, not the robot's
   const LocalRobot robot("dog");
   const Sdk sdk;
   ASSERT_TRUE(sdk.initialised());
@@ -107,13 +112,21 @@ TEST(AnApplicationKilledWhileItWalks, LeavesAStandingRobotToAHundredOthersOneAft
   Crowd crowd(robot);
   ASSERT_TRUE(crowd.linesUp());
   ASSERT_EQ(robot.status().controller, walker);
-  ASSERT_EQ(robot.status().posture, Posture::kWalking);
+  ASSERT_TRUE(robot.reaches(Posture::kWalking));
 
   application.signal(SIGKILL);
   const std::uint64_t killedMs = nowMs();
+  std::uint64_t lookedMs = killedMs;
+  std::uint64_t stallMs = 0;  // the longest between two looks: the machine's doing, not the robot's
+  const auto look = [&] {
+    const std::uint64_t now = nowMs();
+    stallMs = std::max(stallMs, now - lookedMs);
+    lookedMs = now;
+  };
   std::uint64_t leaseEndMs = 0;  // all by the robot's clock, which is the machine's
   std::uint64_t movingUntilMs = 0;
   ASSERT_TRUE(waitUntil([&] {
+    look();
     auto access = robot.access();
     const auto& grant = access.arbiter().current();
     if (grant && grant->controller == walker) leaseEndMs = grant->untilMs;
@@ -121,20 +134,32 @@ TEST(AnApplicationKilledWhileItWalks, LeavesAStandingRobotToAHundredOthersOneAft
     if (moves) movingUntilMs = access.nowMs();
     return !moves && !(grant && grant->controller == walker);
   }));
-  EXPECT_LT(movingUntilMs, killedMs + 1000 * kSlowness);
+  ASSERT_GT(movingUntilMs, 0U);
+  EXPECT_LT(movingUntilMs, killedMs + 1000 + stallMs);
   RecordProperty("stoodAfterMs", std::to_string(movingUntilMs - killedMs));
-  ASSERT_TRUE(waitUntil([&] { return !crowd.grants().empty(); }));
-  const Grant next = crowd.grants().front();
+  ASSERT_TRUE(waitUntil([&] {
+    look();
+    return !crowd.turns().empty();
+  }));
+  const Grant next = crowd.turns().front().grant;
   EXPECT_GE(next.sinceMs, leaseEndMs);
-  EXPECT_LE(next.sinceMs, leaseEndMs + kLeaseMs / 5 * kSlowness);
+  EXPECT_LE(next.sinceMs, leaseEndMs + kLeaseMs / 5 + stallMs);
   RecordProperty("grantedAfterLeaseMs", std::to_string(next.sinceMs - leaseEndMs));
+  RecordProperty("stallMs", std::to_string(stallMs));
 
-  ASSERT_TRUE(waitUntil([&] { return crowd.grants().size() >= Crowd::kSize; }, 2 * kLimitMs))
-      << crowd.grants().size();
+  ASSERT_TRUE(waitUntil([&] { return crowd.turns().size() >= Crowd::kSize; }, 2 * kLimitMs))
+      << crowd.turns().size();
+  auto turns = crowd.turns();
+  std::sort(turns.begin(), turns.end(), [](const Crowd::Turn& a, const Crowd::Turn& b) {
+    return a.grant.sinceMs < b.grant.sinceMs;
+  });
   std::set<std::string> ids{walker};
-  for (const Grant& grant : crowd.grants()) ids.insert(grant.controller);
-  EXPECT_EQ(ids.size(), Crowd::kSize + 1);
-  EXPECT_FALSE(crowd.everOverlapped());
+  std::uint64_t heldMs = leaseEndMs;
+  for (const Crowd::Turn& turn : turns) {
+    EXPECT_TRUE(ids.insert(turn.grant.controller).second);
+    EXPECT_GE(turn.grant.sinceMs, heldMs);
+    heldMs = turn.heldMs;
+  }
   EXPECT_TRUE(waitUntil([&] { return robot.status().controller.empty(); }));
 }
 
@@ -167,10 +192,13 @@ TEST(AnApplicationThatStandsStill, CommandsNothingOnceItsLeaseHasRunOut) {
     if (&it == &cases[2]) {
       ASSERT_TRUE(waitUntil([&] { return heir->getState() == kInControl; }));
     }
+    if (&it != &cases[0]) {
+      ASSERT_TRUE(waitUntil([&] { return it.robot.status().controller != it.controller; }));
+    }
     const auto before = it.robot.status();
     const std::uint64_t continuedMs = nowMs();
     it.application.signal(SIGCONT);
-    if (before.controller == it.controller) continue;  // its lease outlived the pause
+    if (&it == &cases[0]) continue;  // its lease outlives the pause
     EXPECT_NE(before.posture, Posture::kWalking);
     // It learns of the loss by the event or by its next renewal, whichever comes first, and its
     // commands are refused, by the robot or by its own library.

@@ -45,8 +45,8 @@ TEST_F(FaultyRobot, KilledDuringARequestEndsItByItsTimeOutAndMayComeBack) {
   auto robot = std::make_unique<RobotProcess>("dog");
   const Client client = connectTo("dog", 2000);
   ASSERT_TRUE(client.handle && answers(client, "dog") && takeControl(client));
-  static_cast<void>(robot->tell("delay queryMotionState 60000 1"));
-  constexpr std::uint32_t kTimeOutMs = 5000;
+  ASSERT_EQ(robot->tell("delay queryMotionState 60000 1"), "delay queryMotionState 60000 1\n");
+  constexpr std::uint32_t kTimeOutMs = 10000;
   const std::uint64_t begun = nowMs();
   auto request = std::async(std::launch::async, [&] {
     std::string state;
@@ -91,10 +91,14 @@ TEST_F(FaultyRobot, StoppedAndContinuedIsTheSameRobotWithoutAController) {
     robots[i].signal(SIGCONT);
     EXPECT_TRUE(answers(clients[i], i == 0 ? "short" : "long"));
     expectLossAndReturn(clients[i]);
+    robots[i].signal(SIGTERM);  // its last word
+    EXPECT_TRUE(waitUntil([&] { return clients[i].seen->reported({1, 5}); }));
   }
 }
 
 TEST_F(FaultyRobot, LosingPacketsCarriesOutEveryRequestOnce) {
+  EXPECT_NE(RobotProcess("mute", {"--loss", "100"}).tell("list").find("no virtual robot"),
+            std::string::npos);
   constexpr int kRequests = 200;
   const RobotProcess robot("dog", {"--loss", "5", "--fault", "delay setMotionActionParams 1 1000"});
   const Client client = connectTo("dog");

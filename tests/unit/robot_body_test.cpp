@@ -33,41 +33,6 @@ void run(KinematicBody& body, const BodyCommand& command, double seconds) {
   for (int left = static_cast<int>(seconds / kStep); left > 0; --left) body.step(command, kStep);
 }
 
-TEST(LegKinematics, footComesBackFromItsAngles) {
-  for (std::size_t leg = 0; leg < kLegs; ++leg) {
-    for (double x = -0.12; x <= 0.12; x += 0.06) {
-      for (double y = -0.08; y <= 0.08; y += 0.04) {
-        for (double z = -0.33; z <= -0.20; z += 0.03) {
-          const Vector3 wanted{x, sideOf(leg) * kGeometry.hipLength + y, z};
-          const Vector3 foot = footPosition(leg, legAngles(leg, wanted));
-          for (int axis = 0; axis < 3; ++axis) EXPECT_NEAR(foot[axis], wanted[axis], 1e-9);
-        }
-      }
-    }
-  }
-}
-
-TEST(LegKinematics, outOfReachStaysWithinLimitsAndFinite) {
-  for (const Vector3& wanted : {Vector3{9, 9, -9}, Vector3{0, 0, 0}, Vector3{0, 0, 2}}) {
-    const LegAngles angles = legAngles(1, wanted);
-    for (std::size_t joint = 0; joint < kJointsPerLeg; ++joint) {
-      EXPECT_GE(angles[joint], kJointLimits[joint].lower);
-      EXPECT_LE(angles[joint], kJointLimits[joint].upper);
-    }
-  }
-}
-
-TEST(LegKinematics, supportTorquesDoTheWorkOfTheForce) {
-  const LegAngles angles{0.2, 0.9, -1.6};
-  const LegAngles torques = supportTorques(2, angles, 40);
-  for (std::size_t joint = 0; joint < kJointsPerLeg; ++joint) {
-    LegAngles moved = angles;
-    moved[joint] += 1e-6;
-    const double rise = footPosition(2, moved)[2] - footPosition(2, angles)[2];
-    EXPECT_NEAR(torques[joint] * 1e-6, -40 * rise, 1e-9);
-  }
-}
-
 const std::pair<const char*, Twist> kWalks[] = {{"forward", {1.0, 0, 0}},
                                                 {"backward", {-0.8, 0, 0}},
                                                 {"sideways", {0, 0.4, 0}},

@@ -171,7 +171,7 @@ TEST(Motion, layingWhileWalkingStopsFirstAndIsForgottenWhenTheWalkGoesOn) {
   EXPECT_TRUE(robot.runUntil(Posture::kLying, 5));
 }
 
-TEST(Motion, emergencyStopSinksAndLatchesUntilRecovery) {
+TEST(Motion, emergencyStopSinksAndStaysDown) {
   Robot robot;
   bringTo(robot, Posture::kWalking);
   ASSERT_FALSE(robot.start(Action::kEmergencyStop));
@@ -181,9 +181,6 @@ TEST(Motion, emergencyStopSinksAndLatchesUntilRecovery) {
   EXPECT_TRUE(robot.motion.emergencyStopped());
   EXPECT_FALSE(robot.body.state().powered);
   EXPECT_NEAR(robot.body.state().height, kLyingHeight, 0.005);
-  EXPECT_TRUE(robot.start(Action::kStanding));
-  ASSERT_FALSE(robot.start(Action::kRecoveryStand));
-  EXPECT_TRUE(robot.runUntil(Posture::kStanding, 8));
 }
 
 TEST(Motion, bodyHeightIsFollowed) {
