@@ -75,6 +75,7 @@ struct Logger::SinkEntry {
   PBase::CMutex mutex;     // guards what follows
   PBase::CCondition idle;  // no call runs
   bool removed = false;
+  bool awaited = false;  // who removes it waits, and destroys the sink
   int calls = 0;
 };
 
@@ -159,6 +160,7 @@ void Logger::removeSink(SinkId id) {
   entry->removed = true;
   if (Call::isInside(*entry)) return;
   // Without a deadline: the caller frees what the sink uses as soon as this returns.
+  entry->awaited = true;
   entry->idle.waitUntil(lock, std::numeric_limits<std::uint64_t>::max(),
                         [&entry] { return entry->calls == 0; });
   finished.swap(entry->sink);
@@ -179,7 +181,7 @@ void Logger::deliver(SinkEntry& entry, std::uint32_t level, const std::string& t
   Sink finished;
   const std::lock_guard guard(entry.mutex);
   if (--entry.calls > 0 || !entry.removed) return;
-  finished.swap(entry.sink);
+  if (!entry.awaited) finished.swap(entry.sink);
   entry.idle.notifyAll();
 }
 

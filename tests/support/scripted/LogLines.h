@@ -2,10 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <iostream>
 #include <mutex>
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,13 +33,12 @@ struct LogLine {
 class LogLines {
  public:
   void add(std::uint32_t level, const std::string& record) {
-    static const std::regex prefix(R"(\[([A-Za-z]+):[0-9]+\])");
-    std::smatch found;
-    const bool fits =
-        std::regex_search(record, found, prefix, std::regex_constants::match_continuous);
+    char unit[64] = "";
+    int end = 0;  // stays 0 unless all of it is there, the bracket included
+    std::sscanf(record.c_str(), "[%63[A-Za-z]:%*[0-9]]%n", unit, &end);
     const std::lock_guard lock(mutex_);
-    lines_.push_back(fits ? LogLine{level, found.suffix(), found[1]}
-                          : LogLine{level, "?" + record});
+    lines_.push_back(end > 0 ? LogLine{level, record.substr(static_cast<std::size_t>(end)), unit}
+                             : LogLine{level, "?" + record});
   }
   /// What came since the last take.
   std::vector<LogLine> take() {
