@@ -23,7 +23,7 @@ const char* walk(IMotionHighLevelClient& robot) {
     std::string state;
     return robot.queryMotionState(&state, 1000) && state.find(posture) != std::string::npos;
   };
-  if (!robot.connect(60000)) return "connect";
+  if (!robot.connect(5000)) return "connect";
   if (!robot.takeMotionControl(15000)) return "ask for control";
   if (!eventually([&] { return robot.getState() == 2; })) return "get control";
   if (!robot.standing(1000)) return "stand up";
@@ -49,11 +49,12 @@ int main(int argc, char** argv) {
   if (service->initial(nullptr, "minimal", 0) && service->discoverRobotDevice(5000)) {
     auto found = device.get_future();
     if (found.wait_for(5s) == std::future_status::ready) {
-      failed = walk(*IMotionHighLevelClient::create(found.get()));
+      const auto robot = IMotionHighLevelClient::create(found.get());
+      failed = walk(*robot);
+      if (failed != nullptr) std::fprintf(stderr, "error %u: ", robot->getLastError());
     }
   }
   service->shutdown();
-  if (failed == nullptr) return 0;
-  std::fprintf(stderr, "could not %s\n", failed);
-  return 1;
+  if (failed != nullptr) std::fprintf(stderr, "could not %s\n", failed);
+  return failed == nullptr ? 0 : 1;
 }

@@ -75,6 +75,22 @@ bool allSlotsTaken(std::uint32_t domain) {
   return true;
 }
 
+/// The DDS settings, as XML text.
+std::string ddsProfile(const std::string& interface, std::uint32_t domain, double lossPercent) {
+  const std::string perMille = std::to_string(std::lround(lossPercent * 10));
+  return "<CycloneDDS><Domain Id=\"" + std::to_string(domain) +
+         "\"><General><Interfaces><NetworkInterface name=\"" + interface +
+         "\" priority=\"3\" multicast=\"default\" presence_required=\"true\"/></Interfaces>"
+         "<AllowMulticast>true</AllowMulticast><MaxMessageSize>65500B</MaxMessageSize></General>"
+         // What a stopped but still matched client doesn't acknowledge holds up everybody's events
+         // and answers once it passes the upper mark, whose default is a few hundred events.
+         "<Internal><Watermarks><WhcHigh>4MB</WhcHigh><WhcHighInit>4MB</WhcHighInit>"
+         "<WhcAdaptive>false</WhcAdaptive></Watermarks><Test><XmitLossiness>" +
+         perMille +
+         "</XmitLossiness></Test></Internal>"
+         "<Tracing><Verbosity>none</Verbosity></Tracing></Domain></CycloneDDS>";
+}
+
 }  // namespace
 
 std::optional<std::string> settingsError(const std::string& deviceId, const std::string& interface,
@@ -97,19 +113,13 @@ std::optional<std::string> lossError(double lossPercent) {
   return "the loss must be 0 or 0.1 to 100 percent";
 }
 
-std::string ddsProfile(const std::string& interface, std::uint32_t domain, double lossPercent) {
-  const std::string perMille = std::to_string(std::lround(lossPercent * 10));
-  return "<CycloneDDS><Domain Id=\"" + std::to_string(domain) +
-         "\"><General><Interfaces><NetworkInterface name=\"" + interface +
-         "\" priority=\"3\" multicast=\"default\" presence_required=\"true\"/></Interfaces>"
-         "<AllowMulticast>true</AllowMulticast><MaxMessageSize>65500B</MaxMessageSize></General>"
-         // What a stopped but still matched client doesn't acknowledge holds up everybody's events
-         // and answers once it passes the upper mark, whose default is a few hundred events.
-         "<Internal><Watermarks><WhcHigh>4MB</WhcHigh><WhcHighInit>4MB</WhcHighInit>"
-         "<WhcAdaptive>false</WhcAdaptive></Watermarks><Test><XmitLossiness>" +
-         perMille +
-         "</XmitLossiness></Test></Internal>"
-         "<Tracing><Verbosity>none</Verbosity></Tracing></Domain></CycloneDDS>";
+Json::Value ddsDocument(const std::string& interface, std::uint32_t domain, double lossPercent) {
+  Json::Value document;
+  Json::Value& entry = document["domain"].append(Json::Value(Json::objectValue));
+  entry["name"] = kHostDomain;
+  entry["domain"] = domain;
+  entry["url"] = ddsProfile(interface, domain, lossPercent);
+  return document;
 }
 
 std::string joinFailure(const std::string& interface, std::uint32_t domain) {

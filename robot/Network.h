@@ -1,5 +1,7 @@
 #pragma once
 
+#include <json/value.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -15,10 +17,13 @@ namespace orvane::robot {
 /// What is wrong with a share of packets to lose. libddsc loses them in steps of 0.1 percent.
 [[nodiscard]] std::optional<std::string> lossError(double lossPercent);
 
-/// The DDS settings of a process that speaks on `interface` in `domain`, as XML text. It loses
-/// `lossPercent` (see lossError; rounded to a step) of the packets that it sends.
-[[nodiscard]] std::string ddsProfile(const std::string& interface, std::uint32_t domain,
-                                     double lossPercent = 0);
+/// Name of the one DDS domain in the documents of this program.
+inline constexpr const char* kHostDomain = "host";
+
+/// A document for the DDS layer of a process that speaks on `interface` in `domain`, with no
+/// endpoints yet. It loses `lossPercent` (see lossError; rounded to a step) of what it sends.
+[[nodiscard]] Json::Value ddsDocument(const std::string& interface, std::uint32_t domain,
+                                      double lossPercent = 0);
 
 /// Why joining `domain` on `interface` failed, as far as the system's state tells: an interface
 /// that is down, or no participant slot left. An interface without multicast (lo, usually) has nine

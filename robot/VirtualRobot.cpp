@@ -13,20 +13,14 @@ using Pexal::PDBus::IDDSFactory;
 using Pexal::PDBus::RpcRequest;
 using Pexal::PDBus::RPCServer;
 
-constexpr const char* kDomainName = "host";
 constexpr const char* kEventServer = "robotServer";
 constexpr const char* kRequestServers[] = {"robotServer", "cerebellumServer"};
 
-Json::Value ddsDocument(const RobotSettings& settings) {
-  Json::Value document;
-  Json::Value domain;
-  domain["name"] = kDomainName;
-  domain["domain"] = settings.domain;
-  domain["url"] = ddsProfile(settings.interface, settings.domain, settings.lossPercent);
-  document["domain"].append(std::move(domain));
+Json::Value robotDocument(const RobotSettings& settings) {
+  Json::Value document = ddsDocument(settings.interface, settings.domain, settings.lossPercent);
   Json::Value bus;
   bus["server"] = kEventServer;
-  bus["domain"] = kDomainName;
+  bus["domain"] = kHostDomain;
   bus["role"] = "server";
   bus["topics"] = 16;
   bus["workers"]["count"] = 1;
@@ -64,7 +58,7 @@ bool VirtualRobot::start(std::string& error) {
   }
   used_ = true;
   factory_ = IDDSFactory::create();
-  if (!factory_->initial(ddsDocument(settings_))) {
+  if (!factory_->initial(robotDocument(settings_))) {
     error = joinFailure(settings_.interface, settings_.domain);
     factory_.reset();
     return false;
@@ -87,7 +81,7 @@ bool VirtualRobot::applyFaults(std::string& error) {
 bool VirtualRobot::serve(std::string& error) {
   if (!applyFaults(error)) return false;
   try {
-    publisher_ = std::make_unique<ObservedPublisher>(factory_->participant(kDomainName),
+    publisher_ = std::make_unique<ObservedPublisher>(factory_->participant(kHostDomain),
                                                      settings_.deviceId, faults_->voice());
   } catch (const dds::core::Exception& failure) {
     error = std::string("can't publish: ") + failure.what();
@@ -128,7 +122,7 @@ bool VirtualRobot::serveRequests(std::string& error) {
 
 bool VirtualRobot::addServer(const char* name, RPCServer::Handler handler, std::string& error) {
   auto server =
-      RPCServer::create(factory_, kDomainName, name, settings_.deviceId, std::move(handler));
+      RPCServer::create(factory_, kHostDomain, name, settings_.deviceId, std::move(handler));
   if (server == nullptr) {
     error = std::string("can't serve ") + name;
     return false;

@@ -9,13 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "Network.h"
 #include "VirtualRobot.h"
 #include "app/SignalWaiter.h"
 #include "app/StatusLine.h"
 #include "app/Tell.h"
 #include "faults/FaultCommand.h"
-#include "pbase/CTime.h"
 #include "pbase/ILogger.h"
 
 namespace {
@@ -46,7 +44,7 @@ CLI::App& describeTell(CLI::App& app, Options& options) {
   CLI::App& tell = *app.add_subcommand("tell", "Make a running virtual robot misbehave");
   tell.footer(
       "Each fault is one argument, so put it in quotes; several are carried out in order:\n" +
-      faultForms() + "Exit status: 0 when all were carried out, otherwise 1.");
+      faultForms() + "Exit status: 0 when all were carried out, otherwise another.");
   describeAddress(tell, options.robot);
   tell.add_option("--timeout", options.timeoutMs, "How long to look for it and wait, ms")
       ->capture_default_str()
@@ -113,7 +111,7 @@ int run(const Options& options) {
 
   StatusLine line(options.robot.deviceId, terminal);
   do {
-    line.show(robot.status(), Pexal::PBase::CTime::getCurrentMilliSecond());
+    line.show(robot.status());
   } while (!signals.wait(kRefreshMs));
   line.finish();
   robot.stop();
@@ -129,11 +127,7 @@ int main(int argc, char** argv) {
   const CLI::App& tellApp = describeTell(app, options);
   try {
     app.parse(argc, argv);
-    if (tellApp.parsed()) {
-      refuseStartOptions(app);
-    } else if (const auto wrong = lossError(options.robot.lossPercent)) {
-      throw CLI::ValidationError("--loss", *wrong);
-    }
+    if (tellApp.parsed()) refuseStartOptions(app);
   } catch (const CLI::ParseError& error) {
     return app.exit(error);
   }

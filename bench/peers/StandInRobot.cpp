@@ -9,6 +9,7 @@
 #include "msg/MotionTypes.h"
 #include "peers/RpcPair.h"
 #include "peers/Stamp.h"
+#include "publish/ObservedPublisher.h"
 
 namespace bench {
 namespace {
@@ -37,16 +38,6 @@ void stamp(SensorObserved_& sample) {
   sample.odom.position[1] = parts[1];
   sample.odom.position[2] = parts[2];
   sample.odom.velocity[0] = parts[3];
-}
-
-dds::pub::qos::DataWriterQos writerQos(const std::string& device) {
-  namespace policy = dds::core::policy;
-  const std::string announced = "deviceNo=" + device;
-  dds::pub::qos::DataWriterQos qos;
-  qos << policy::Reliability::BestEffort() << policy::History::KeepLast(1)
-      << policy::Durability::Volatile()
-      << policy::UserData(std::vector<std::uint8_t>(announced.begin(), announced.end()));
-  return qos;
 }
 
 }  // namespace
@@ -80,8 +71,10 @@ void StandInRobot::write(const dds::domain::DomainParticipant& participant,
   const dds::pub::Publisher publisher(participant);
   const dds::topic::Topic<MotionObserved_> motionTopic(participant, "motion/observed");
   const dds::topic::Topic<SensorObserved_> sensorTopic(participant, "sensor/observed");
-  dds::pub::DataWriter<MotionObserved_> motion(publisher, motionTopic, writerQos(device));
-  dds::pub::DataWriter<SensorObserved_> sensor(publisher, sensorTopic, writerQos(device));
+  dds::pub::DataWriter<MotionObserved_> motion(publisher, motionTopic,
+                                               orvane::robot::observedWriterQos(device));
+  dds::pub::DataWriter<SensorObserved_> sensor(publisher, sensorTopic,
+                                               orvane::robot::observedWriterQos(device));
   MotionObserved_ motionSample{};
   motionSample.motorNum = 12;
   SensorObserved_ sensorSample{};

@@ -39,7 +39,7 @@ std::string keyOf(const RobotStatus& status) {
 StatusLine::StatusLine(std::string deviceId, bool terminal)
     : deviceId_(std::move(deviceId)), terminal_(terminal) {}
 
-void StatusLine::show(const RobotStatus& status, std::uint64_t nowMs) {
+void StatusLine::show(const RobotStatus& status) {
   if (terminal_) {
     const std::string line = describe(status).substr(0, terminalWidth() - 1);
     std::printf("%s%s", kEraseLine, line.c_str());
@@ -47,9 +47,8 @@ void StatusLine::show(const RobotStatus& status, std::uint64_t nowMs) {
     return;
   }
   std::string key = keyOf(status);
-  if (key == shown_ || (shownMs_ != 0 && nowMs < shownMs_ + kPlainSpacingMs)) return;
+  if (key == shown_) return;
   shown_ = std::move(key);
-  shownMs_ = nowMs;
   std::printf("%s\n", describe(status).c_str());
   std::fflush(stdout);
 }
@@ -59,21 +58,22 @@ void StatusLine::finish() {
   std::fflush(stdout);
 }
 
+/// What matters first, for a terminal cuts the line.
 std::string StatusLine::describe(const RobotStatus& status) const {
+  std::string line = deviceId_ + ": " + nameOf(status.posture);
   char text[256];
-  std::snprintf(
-      text, sizeof(text), "%s: %s, %.2f m/s %+.2f rad/s, at %.2f %.2f m %.0f deg, battery %.1f%%",
-      deviceId_.c_str(), nameOf(status.posture), std::hypot(status.velocity.x, status.velocity.y),
-      status.velocity.yaw, status.position[0], status.position[1], status.yaw * 180 / M_PI,
-      status.chargePercent);
-  std::string line = text;
   if (status.controller.empty()) {
     line += ", control free";
   } else {
-    std::snprintf(text, sizeof(text), ", control %.40s (lease ends in %.1f s)",
-                  status.holder.c_str(), static_cast<double>(status.remainingMs) / 1000);
+    std::snprintf(text, sizeof(text), ", control %.40s (%.1f s)", status.holder.c_str(),
+                  static_cast<double>(status.remainingMs) / 1000);
     line += text;
   }
+  std::snprintf(text, sizeof(text), ", %.2f m/s %+.2f rad/s, at %.2f %.2f m %.0f deg, %.1f%%",
+                std::hypot(status.velocity.x, status.velocity.y), status.velocity.yaw,
+                status.position[0], status.position[1], status.yaw * 180 / M_PI,
+                status.chargePercent);
+  line += text;
   if (!status.lastRefusal.method.empty()) {
     line += ", last refused " + status.lastRefusal.method + ": " + status.lastRefusal.refusal.text;
   }

@@ -12,23 +12,16 @@ namespace {
 using Pexal::PDBus::IDDSFactory;
 using Pexal::PDBus::RpcStatus;
 
-constexpr const char* kDomainName = "host";
-
 int fail(const std::string& why) {
   std::fprintf(stderr, "virtual-robot tell: %s\n", why.c_str());
   return 1;
 }
 
-Json::Value ddsDocument(const RobotSettings& robot) {
-  Json::Value document;
-  Json::Value domain;
-  domain["name"] = kDomainName;
-  domain["domain"] = robot.domain;
-  domain["url"] = ddsProfile(robot.interface, robot.domain);
-  document["domain"].append(std::move(domain));
+Json::Value clientDocument(const RobotSettings& robot) {
+  Json::Value document = ddsDocument(robot.interface, robot.domain);
   Json::Value client;
   client["server"] = FaultService::kServer;
-  client["domain"] = kDomainName;
+  client["domain"] = kHostDomain;
   document["client"].append(std::move(client));
   return document;
 }
@@ -36,7 +29,7 @@ Json::Value ddsDocument(const RobotSettings& robot) {
 std::string transportFailure(const RobotSettings& robot, RpcStatus status) {
   const std::string who = "\"" + robot.deviceId + "\" on " + robot.interface + ", domain " +
                           std::to_string(robot.domain);
-  if (status == RpcStatus::kNoServer) return "there is no virtual robot " + who;
+  if (status == RpcStatus::kNoServer) return "found no virtual robot " + who + " that runs";
   return "no answer from the virtual robot " + who + " (" +
          Pexal::PDBus::RPCServer::dumpCode(static_cast<std::uint32_t>(status)) + ")";
 }
@@ -63,7 +56,7 @@ int tell(const RobotSettings& robot, const std::vector<std::string>& commands,
     return fail(*wrong);
   }
   const auto factory = IDDSFactory::create();
-  if (!factory->initial(ddsDocument(robot))) {
+  if (!factory->initial(clientDocument(robot))) {
     return fail(joinFailure(robot.interface, robot.domain));
   }
   Json::Value request;

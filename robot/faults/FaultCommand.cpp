@@ -78,7 +78,11 @@ class Reader {
     const std::string verb = words_[next_++];
     const auto* const form = std::find_if(std::begin(kForms), std::end(kForms),
                                           [&](const Form& row) { return verb == row.verb; });
-    if (form == std::end(kForms)) return "no fault " + quoted(verb) + "; allowed: " + verbs();
+    if (form == std::end(kForms)) {
+      if (verb != kAfter) return "no fault " + quoted(verb) + "; allowed: " + verbs();
+      error_ = "after can't be repeated";
+      return failure();
+    }
     form_ = form->verb + std::string(form->arguments);
     command_.fault = form->fault;
     for (const char slot : std::string_view(form->slots)) fill(slot);
@@ -92,7 +96,7 @@ class Reader {
   static std::string verbs() {
     std::string all;
     for (const Form& form : kForms) all += std::string(form.verb) + ", ";
-    return all + kAfter;
+    return all + kAfter + " (in quotes: each fault is one argument)";
   }
   [[nodiscard]] std::string failure() const { return error_ + "; the form is: " + form_; }
 

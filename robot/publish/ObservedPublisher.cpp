@@ -17,7 +17,9 @@ using Pexal::PBase::CTime;
 constexpr std::uint32_t kOdometryEpoch = 1;  // the origin never moves while the process lives
 constexpr std::uint64_t kReportEveryMs = 1000;
 
-dds::pub::qos::DataWriterQos writerQos(const std::string& deviceId) {
+}  // namespace
+
+dds::pub::qos::DataWriterQos observedWriterQos(const std::string& deviceId) {
   const std::string announced = "deviceNo=" + deviceId;
   dds::pub::qos::DataWriterQos qos;
   qos << policy::Reliability::BestEffort() << policy::History::KeepLast(1)
@@ -26,16 +28,14 @@ dds::pub::qos::DataWriterQos writerQos(const std::string& deviceId) {
   return qos;
 }
 
-}  // namespace
-
 ObservedPublisher::ObservedPublisher(const dds::domain::DomainParticipant& participant,
                                      const std::string& deviceId, std::shared_ptr<Voice> voice)
     : voice_(std::move(voice)),
       publisher_(participant),
       motionTopic_(participant, "motion/observed"),
       sensorTopic_(participant, "sensor/observed"),
-      motionWriter_(publisher_, motionTopic_, writerQos(deviceId)),
-      sensorWriter_(publisher_, sensorTopic_, writerQos(deviceId)) {}
+      motionWriter_(publisher_, motionTopic_, observedWriterQos(deviceId)),
+      sensorWriter_(publisher_, sensorTopic_, observedWriterQos(deviceId)) {}
 
 void ObservedPublisher::publish(const BodyState& body, bool withSensors) noexcept {
   if (voice_->isSilent()) return;

@@ -11,6 +11,10 @@
 
 namespace orvane::robot {
 
+/// QoS of a robot's observed writers: best effort, newest sample only, the device id in the user
+/// data.
+[[nodiscard]] dds::pub::qos::DataWriterQos observedWriterQos(const std::string& deviceId);
+
 /// Writes "motion/observed" and "sensor/observed", best effort, in the default partition, so that
 /// any DDS tool can read them. The writers announce the device in their user data: "deviceNo=" and
 /// the id.

@@ -57,6 +57,22 @@ inline std::vector<std::string_view> linesOf(std::string_view text, std::size_t 
   return lines;
 }
 
+/// What LLVMFuzzerInitialize of a target on the virtual clock does.
+inline int startOnVirtualClock() {
+  silenceLog();
+  virtualClock();
+  return 0;
+}
+
+/// A target's run: a fresh Subject plays the input's steps, and must be alive at the end.
+template <class Subject>
+int playSteps(std::string_view text, std::size_t most) {
+  Subject subject;
+  for (const std::string_view line : linesOf(text, most)) subject.play(line);
+  subject.checkAlive();
+  return 0;
+}
+
 /// The number that a text begins with; 0 when it begins with none, the largest when it is too
 /// large.
 inline std::uint64_t numberOf(std::string_view text) {

@@ -123,16 +123,9 @@ class Robot {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  fuzz::silenceLog();
-  fuzz::virtualClock();
-  return 0;
+  return fuzz::startOnVirtualClock();
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Robot robot;
-  for (const std::string_view line : fuzz::linesOf(fuzz::textOf(data, size), kMostSteps)) {
-    robot.play(line);
-  }
-  robot.checkAlive();
-  return 0;
+  return fuzz::playSteps<Robot>(fuzz::textOf(data, size), kMostSteps);
 }

@@ -242,16 +242,9 @@ class Application {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  fuzz::silenceLog();
-  fuzz::virtualClock();
-  return 0;
+  return fuzz::startOnVirtualClock();
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Application application;
-  for (const std::string_view line : fuzz::linesOf(fuzz::textOf(data, size), kMostSteps)) {
-    application.play(line);
-  }
-  application.checkAlive();
-  return 0;
+  return fuzz::playSteps<Application>(fuzz::textOf(data, size), kMostSteps);
 }

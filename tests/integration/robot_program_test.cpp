@@ -41,19 +41,15 @@ constexpr std::uint32_t kShortMs = 500;
 class Host {
  public:
   Host() {
-    Json::Value document;
-    Json::Value& domain = document["domain"][0];
-    domain["name"] = "host";
-    domain["domain"] = 42;
-    domain["url"] = ddsProfile("lo", 42);
+    Json::Value document = ddsDocument("lo", 42);
     for (const char* server : {"robotServer", "cerebellumServer"}) {
       Json::Value client;
       client["server"] = server;
-      client["domain"] = "host";
+      client["domain"] = kHostDomain;
       document["client"].append(client);
     }
     document["eventBus"][0]["server"] = "robotServer";
-    document["eventBus"][0]["domain"] = "host";
+    document["eventBus"][0]["domain"] = kHostDomain;
     EXPECT_TRUE(factory_->initial(document));
   }
   ~Host() { factory_->shutdown(); }
@@ -280,8 +276,8 @@ TEST(RobotProgram, refusesWhatItCannotDoWithAReason) {
       {{"--interface", "nope0"}, "no network interface \"nope0\""},
       {{"--domain", "900"}, "--domain"},
       {{"--nonsense"}, "nonsense"},
-      {{"--loss", "101"}, "--loss"},
-      {{"--loss", "-1"}, "--loss"},
+      {{"--loss", "101"}, "the loss must be"},
+      {{"--loss", "-1"}, "the loss must be"},
       {{"--fault", "refuse"}, "the form is: refuse METHOD [TIMES] [errno NUMBER]"},
       {{"--fault", "revoke"}, "nobody holds control"},
       {{"tell", "--device-id", "VR-A", "restore"}, "nobody was preempted"},

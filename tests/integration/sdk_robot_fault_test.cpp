@@ -120,15 +120,12 @@ TEST_F(FaultyRobot, LosingPacketsCarriesOutEveryRequestOnce) {
 class Stranger {
  public:
   Stranger() {
-    Json::Value document;
-    document["domain"][0]["name"] = "host";
-    document["domain"][0]["domain"] = 42;
-    document["domain"][0]["url"] = orvane::robot::ddsProfile("lo", 42);
+    Json::Value document = orvane::robot::ddsDocument("lo", 42);
     document["eventBus"][0]["server"] = "robotServer";
-    document["eventBus"][0]["domain"] = "host";
+    document["eventBus"][0]["domain"] = orvane::robot::kHostDomain;
     document["eventBus"][0]["role"] = "server";
     if (!factory_->initial(document)) throw std::runtime_error("no DDS");
-    const auto participant = factory_->participant("host");
+    const auto participant = factory_->participant(orvane::robot::kHostDomain);
     writer_ = std::make_unique<Writer>(
         dds::pub::Publisher(participant),
         dds::topic::Topic<orvane::msg::dds_::SensorObserved_>(participant, "motion/observed"));

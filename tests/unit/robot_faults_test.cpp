@@ -56,7 +56,7 @@ TEST_F(RobotFaults, badTextIsNamedWithTheFormAndNothingIsApplied) {
       {"revoke now", "\"now\"", "revoke"},
       {"after", "milliseconds is missing", "after MS FAULT"},
       {"after 5", "fault is missing", "after MS FAULT"},
-      {"after 5 after 5 die", "no fault \"after\"", "refuse, delay"},
+      {"after 5 after 5 die", "after can't be repeated", "after MS FAULT"},
       {"bell\x07" + std::string(60, 'x'), "\"bell?xxx", "refuse, delay"},
       {std::string(300, 'x'), "longer than 200", ""},
   };

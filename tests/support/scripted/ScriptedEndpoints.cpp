@@ -223,13 +223,6 @@ ReaderInfo Reader::info() {
 
 namespace Pexal::PDBus {
 
-RPCClient::~RPCClient() = default;
-RPCServer::~RPCServer() = default;
-IEventBus::~IEventBus() = default;
-IDDSFactory::~IDDSFactory() = default;
-IBaseDDSReader::~IBaseDDSReader() = default;
-IDDSSubcriber::~IDDSSubcriber() = default;
-
 const char* RPCServer::dumpCode(std::uint32_t status) noexcept {
   return status == scripted::kTimeout ? "scripted time-out" : "scripted failure";
 }
@@ -243,19 +236,6 @@ std::shared_ptr<IDDSFactory> IDDSFactory::instance() {
   static const auto* const factory =
       new std::shared_ptr<IDDSFactory>(std::make_shared<scripted::Factory>());
   return *factory;
-}
-
-std::shared_ptr<RPCClient> RPCClient::instance(const std::string& server) {
-  return IDDSFactory::instance()->rpcClient(server);
-}
-
-std::shared_ptr<IEventBus> IEventBus::instance(const std::string& server) {
-  return IDDSFactory::instance()->eventBus(server);
-}
-
-std::shared_ptr<IDDSSubcriber> IDDSSubcriber::instance(const std::string& domain,
-                                                       const std::string& topic) {
-  return IDDSFactory::instance()->subscriber(domain, topic);
 }
 
 dds::sub::qos::DataReaderQos IDDSSubcriber::createDDSQos(const Json::Value& document) {
