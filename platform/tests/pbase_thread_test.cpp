@@ -1,11 +1,14 @@
 #include <pthread.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <fstream>
 #include <stdexcept>
 
 #include "pbase/CSemaphore.h"
 #include "pbase/CTime.h"
+#include "pbase/PrioMutex.h"
 #include "pbase/System.h"
 #include "pbase/VirtualClock.h"
 #include "test_support.h"
@@ -160,6 +163,41 @@ TEST(ThreadTest, SurvivesBeingCancelledAndWatchedFromEverywhere) {
   }
   stop = true;
   EXPECT_EQ(starts, 30);
+}
+
+/// What the kernel runs a thread of this process at: -1 minus its real-time priority.
+int kernelPriority(pid_t thread) {
+  std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/stat");
+  std::string word;
+  for (int field = 1; field <= 18; ++field) status >> word;
+  return std::atoi(word.c_str());
+}
+
+TEST(ThreadTest, WhoHoldsAPrioMutexRunsAsUrgentlyAsItsWaiter) {
+  PrioMutex mutex;
+  CSemaphore held(0);
+  CSemaphore release(0);
+  std::atomic<pid_t> holder{0};
+  CThreadLite relaxed("relaxed", 0, 1, 10, [&] {
+    const std::lock_guard lock(mutex);
+    holder = gettid();
+    held.post();
+    EXPECT_TRUE(release.wait(kDeadlineMs));
+  });
+  ASSERT_TRUE(relaxed.createThread());
+  ASSERT_TRUE(held.wait(kDeadlineMs));
+  EXPECT_FALSE(mutex.try_lock());
+  if (kernelPriority(holder) != -11) {
+    release.post();
+    GTEST_SKIP() << "no right to real-time priorities here";
+  }
+  CThreadLite urgent("urgent", 0, 1, 20, [&] { const std::lock_guard lock(mutex); });
+  ASSERT_TRUE(urgent.createThread());
+  EXPECT_TRUE(platform_test::waitUntil([&] { return kernelPriority(holder) == -21; }));
+  release.post();
+  EXPECT_TRUE(platform_test::waitUntil([&] { return urgent.isThreadOver(); }));
+  EXPECT_TRUE(mutex.try_lock());
+  mutex.unlock();
 }
 
 }  // namespace

@@ -40,6 +40,14 @@ class PeerProcess {
     return waitUntil([&] { return waitpid(process_, &status, WUNTRACED | WNOHANG) == process_; }) &&
            WIFSTOPPED(status);
   }
+  /// Waits until it has ended.
+  [[nodiscard]] bool ended() const {
+    siginfo_t end{};
+    return waitUntil([&] {
+      return waitid(P_PID, process_, &end, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+             end.si_pid == process_;
+    });
+  }
 
  private:
   static constexpr const char* kStarter = "/usr/bin/setpriv";

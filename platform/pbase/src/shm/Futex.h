@@ -1,0 +1,35 @@
+#pragma once
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <ctime>
+
+namespace Pexal::PBase {
+
+/// A word of shared memory that threads of several processes sleep on.
+using FutexWord = std::atomic<std::uint32_t>;
+static_assert(sizeof(FutexWord) == 4 && FutexWord::is_always_lock_free);
+
+/// Sleeps while the word is `expected`, for `limitMs` at most. False when that time is over. May
+/// return early for no reason.
+inline bool futexWait(FutexWord& word, std::uint32_t expected, std::uint32_t limitMs) noexcept {
+  timespec limit{};
+  limit.tv_sec = static_cast<std::time_t>(limitMs / 1000);
+  limit.tv_nsec = static_cast<long>(limitMs % 1000) * 1'000'000;
+  return ::syscall(SYS_futex, &word, FUTEX_WAIT, expected, &limit, nullptr, 0) == 0 ||
+         errno != ETIMEDOUT;
+}
+
+inline void futexWake(FutexWord& word) noexcept {
+  const int kept = errno;
+  ::syscall(SYS_futex, &word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+  errno = kept;
+}
+
+}  // namespace Pexal::PBase
