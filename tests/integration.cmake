@@ -15,8 +15,8 @@ foreach(program ${sdk_test_programs})
   target_compile_definitions(sdk_test_support PUBLIC ${macro}="$<TARGET_FILE:${program}>")
 endforeach()
 
-function(orvane_sdk_test name seconds)
-  orvane_test(${name} SOURCES integration/${name}.cpp LIBS sdk_test_support TIMEOUT ${seconds})
+function(orvane_sdk_test name seconds)  # BOARD: on the robot board
+  orvane_test(${name} ${ARGN} SOURCES integration/${name}.cpp LIBS sdk_test_support TIMEOUT ${seconds})
 endfunction()
 
 orvane_sdk_test(sdk_discovery_test 120)
@@ -27,6 +27,7 @@ orvane_sdk_test(sdk_process_test 300)
 set_tests_properties(sdk_process_test PROPERTIES RUN_SERIAL ON)
 orvane_sdk_test(sdk_robot_fault_test 300)
 orvane_sdk_test(sdk_endurance_test 400)
+orvane_sdk_test(sdk_board_test 300 BOARD)
 orvane_sdk_test(sdk_examples_test 300)
 
 add_test(NAME check_format COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-format)

@@ -11,5 +11,8 @@ orvane_test(msg_interop_test SOURCES unit/msg_interop_test.cpp LIBS motion_msg T
 target_compile_definitions(msg_interop_test PRIVATE PLAIN_PEER="$<TARGET_FILE:plain_peer>")
 add_dependencies(msg_interop_test plain_peer)
 
-orvane_test(observed_test SOURCES unit/observed_records_test.cpp unit/observed_source_test.cpp
-            LIBS sdk_unit scripted_pdbus)
+orvane_test(observed_test
+  SOURCES unit/observed_records_test.cpp unit/observed_source_test.cpp unit/observed_local_test.cpp
+  LIBS sdk_unit scripted_pdbus)
+
+orvane_test(shm_channels_test SOURCES unit/shm_channels_test.cpp LIBS motion_shm)

@@ -9,18 +9,19 @@ orvane_test(service_test
 add_executable(service_board_test unit/service_board_test.cpp)
 target_link_libraries(service_board_test PRIVATE orvane_options sdk_unit scripted_pdbus GTest::gmock
                       GTest::gtest_main)
-get_property(test_environment TEST service_test PROPERTY ENVIRONMENT)
-function(orvane_board_test name filter)  # further arguments: options of the sandbox
-  add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tests/support/board-sandbox ${ARGN} --
-    $<TARGET_FILE:service_board_test> --gtest_filter=${filter})
-  set_tests_properties(${name} PROPERTIES TIMEOUT 120 ENVIRONMENT "${test_environment}")
+function(service_on_board name filter)  # further arguments: options of the sandbox
+  orvane_add_board_test(${name} OPTIONS --without-daemon ${ARGN}
+    COMMAND $<TARGET_FILE:service_board_test> --gtest_filter=${filter})
 endfunction()
-orvane_board_test(service_board ServiceOnBoard.* --marker)
-orvane_board_test(service_board_without_marker ServiceWithoutMarker.*)
-orvane_board_test(service_board_other_version ServiceBesideABoard.* --marker --version
-                  "RELEASE_DEVELOPMENT_ROBOTIC_1")
-orvane_board_test(service_board_no_version ServiceBesideABoard.* --marker --version "")
-orvane_board_test(service_board_no_config ServiceBesideABoard.* --marker --without-motion-config)
+service_on_board(service_board ServiceOnBoard.* --marker)
+service_on_board(service_board_without_marker ServiceWithoutMarker.*)
+service_on_board(service_board_other_version ServiceBesideABoard.* --marker --version
+                 "RELEASE_DEVELOPMENT_ROBOTIC_1")
+service_on_board(service_board_no_version ServiceBesideABoard.* --marker --without-version)
+service_on_board(service_board_no_config ServiceBesideABoard.* --marker --without-motion-config)
+
+orvane_add_test(board_sandbox 120
+  ${CMAKE_CURRENT_SOURCE_DIR}/check-board-sandbox ${CMAKE_CURRENT_BINARY_DIR}/board-sandbox)
 
 # Built as an application is: against the shared library, with the language level of its headers.
 orvane_test(abi_slots_test SOURCES unit/abi_slots_test.cpp LIBS robotMotionSdk)

@@ -2,11 +2,11 @@
 #include <utility>
 
 #include "highlevel/MotionHighLevelClientImpl.h"
+#include "log/Log.h"
 #include "pbase/CTime.h"
 #include "pbase/Utils.h"
 #include "service/Boundary.h"
 #include "service/CallbackScope.h"
-#include "service/Log.h"
 
 namespace orvane::RobotSdk {
 namespace {

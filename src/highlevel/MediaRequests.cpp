@@ -2,9 +2,9 @@
 
 #include "highlevel/ErrorCode.h"
 #include "highlevel/MotionHighLevelClientImpl.h"
+#include "log/Log.h"
 #include "pbase/Utils.h"
 #include "service/IMediaBusClient.h"
-#include "service/Log.h"
 #include "service/ServiceAccess.h"
 
 /// The media and system requests: play list, audio files, camera light, system status.

@@ -5,7 +5,7 @@
 
 #include "highlevel/ErrorCode.h"
 #include "highlevel/MotionHighLevelClientImpl.h"
-#include "service/Log.h"
+#include "log/Log.h"
 #include "service/ServiceAccess.h"
 
 namespace orvane::RobotSdk {

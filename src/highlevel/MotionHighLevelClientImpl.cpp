@@ -6,11 +6,11 @@
 
 #include "highlevel/ErrorCode.h"
 #include "highlevel/MotionControlBackEnd.h"
+#include "log/Log.h"
 #include "pbase/CTime.h"
 #include "service/Boundary.h"
 #include "service/CallbackScope.h"
 #include "service/IMediaBusClient.h"
-#include "service/Log.h"
 #include "service/ServiceAccess.h"
 
 namespace orvane::RobotSdk {
@@ -129,11 +129,12 @@ MotionHighLevelClientImpl::Beginning MotionHighLevelClientImpl::beginConnection(
 
 /// With the mutex held.
 void MotionHighLevelClientImpl::makeParts() {
-  // The robot board's own source of observed state isn't part of this build.
-  if (observed_ == nullptr && kind_ == Kind::kRemote) {
-    observed_ = guarded(
-        "makeRemoteObserved", [this] { return makeRemoteObserved(weak_from_this(), deviceId_); },
-        std::shared_ptr<IHighLevelObserved>());
+  if (observed_ == nullptr) {
+    const auto make = [this] {
+      return kind_ == Kind::kRemote ? makeRemoteObserved(weak_from_this(), deviceId_)
+                                    : makeLocalObserved(weak_from_this());
+    };
+    observed_ = guarded("make the observed source", make, std::shared_ptr<IHighLevelObserved>());
   }
   if (motionControl_ != nullptr) return;
   if (kind_ == Kind::kBoardMaster) {

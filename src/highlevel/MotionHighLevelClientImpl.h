@@ -26,8 +26,9 @@ struct MediaRequest;
 ///
 /// Threading contract: public operations run on any thread, application callbacks included. There
 /// are three kinds of SDK thread: the worker of a connection, the event bus's workers and the
-/// observed source's readers. The first holds this object strongly while it runs, the others weakly
-/// between two deliveries; so the object may end on any of them, and its destructor waits for none.
+/// observed source's threads. The first holds this object strongly while it runs, the others weakly
+/// between two deliveries (on the robot board: between two looks at its buffers); so the object may
+/// end on any of them, and its destructor waits for none.
 /// One worker runs at a time. A connection made while the last one's worker is still on its way out
 /// is started by that worker as its last act.
 ///

@@ -4,10 +4,10 @@
 #include <mutex>
 
 #include "highlevel/ErrorCode.h"
+#include "log/Log.h"
 #include "pbase/CThread.h"
 #include "pbase/CTime.h"
 #include "pbase/System.h"
-#include "service/Log.h"
 
 namespace orvane::RobotSdk {
 namespace {

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "highlevel/ErrorCode.h"
+#include "log/Log.h"
 #include "pbase/System.h"
-#include "service/Log.h"
 
 namespace orvane::RobotSdk {
 

@@ -49,6 +49,20 @@ void IHighLevelObserved::setObservedEnable(const Json::Value& params) {
   applySwitch(sensor, sensorEnabled, lastSensorUs);
 }
 
+bool IHighLevelObserved::keep(const ObservedMotionRecord& record) {
+  const Lock lock(mutex);
+  latestMotion = record;
+  if (motionEnabled) lastMotionUs = Pexal::PBase::CTime::getCurrentMicroSecond();
+  return motionEnabled;
+}
+
+bool IHighLevelObserved::keep(const ObservedSensorRecord& record) {
+  const Lock lock(mutex);
+  latestSensor = record;
+  if (sensorEnabled) lastSensorUs = Pexal::PBase::CTime::getCurrentMicroSecond();
+  return sensorEnabled;
+}
+
 bool IHighLevelObserved::copyPower(ObservedPower& out, std::uint64_t maxAgeUs) {
   const Lock lock(mutex);
   if (!isFresh(lastMotionUs, maxAgeUs)) {

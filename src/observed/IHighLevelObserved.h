@@ -9,7 +9,6 @@
 
 #include "orvane/RobotSdk/Records.h"
 #include "pbase/CMutex.h"
-#include "pbase/CThread.h"
 
 namespace orvane::RobotSdk {
 
@@ -33,8 +32,9 @@ class IHighLevelObserved {
   /// Opens what the source needs and starts its thread. True when running (also when it already
   /// was).
   virtual bool start() = 0;
-  /// Stops the thread and releases the readers; no delivery begins after it returns. Nothing
-  /// happens when not started.
+  /// Stops the thread and releases the readers; no delivery begins after it returns, and none runs
+  /// any more: it waits a second for one, unless it is called from inside it. Nothing happens when
+  /// not started.
   virtual void stop() = 0;
   virtual ~IHighLevelObserved() = default;
 
@@ -50,13 +50,17 @@ class IHighLevelObserved {
  protected:
   explicit IHighLevelObserved(std::weak_ptr<IObservedSink> owner);
 
+  /// Stores a record as the newest of its stream. True when it is to be delivered: while the
+  /// stream's switch is on.
+  [[nodiscard]] bool keep(const ObservedMotionRecord& record);
+  [[nodiscard]] bool keep(const ObservedSensorRecord& record);
+
   bool started = false;                        // under mutex
   std::atomic<bool> motionEnabled{false};      // changed under mutex, read anywhere
   std::atomic<bool> sensorEnabled{false};      // changed under mutex, read anywhere
   std::atomic<std::uint64_t> lastMotionUs{0};  // 0: nothing stored since the switch changed
   std::atomic<std::uint64_t> lastSensorUs{0};  // 0: nothing stored since the switch changed
-  std::unique_ptr<Pexal::PBase::CThread> thread;
-  Pexal::PBase::CMutex mutex;  // guards started, the readers and the two records
+  Pexal::PBase::CMutex mutex;                  // guards started, the readers and the two records
   ObservedSensorRecord latestSensor{};
   ObservedMotionRecord latestMotion{};
   std::weak_ptr<IObservedSink> client;
@@ -67,5 +71,10 @@ class IHighLevelObserved {
 /// takes everything.
 [[nodiscard]] std::shared_ptr<IHighLevelObserved> makeRemoteObserved(
     std::weak_ptr<IObservedSink> owner, std::string deviceId);
+
+/// The source for the robot board: two shared-memory buffers that the motion process keeps up to
+/// date. Its records are that process's, byte for byte.
+[[nodiscard]] std::shared_ptr<IHighLevelObserved> makeLocalObserved(
+    std::weak_ptr<IObservedSink> owner);
 
 }  // namespace orvane::RobotSdk

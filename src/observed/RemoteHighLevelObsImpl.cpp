@@ -12,9 +12,8 @@
 #include <string_view>
 #include <utility>
 
+#include "log/Log.h"
 #include "observed/ObservedRecords.h"
-#include "pbase/CTime.h"
-#include "service/Log.h"
 
 namespace orvane::RobotSdk {
 namespace {
@@ -185,7 +184,7 @@ RemoteHighLevelObsImpl::RemoteHighLevelObsImpl(std::weak_ptr<IObservedSink> owne
     : IHighLevelObserved(std::move(owner)),
       deviceId_(std::move(deviceId)),
       loop_(std::make_shared<WaitLoop>()) {
-  thread =
+  thread_ =
       std::make_unique<CThreadLite>("robotSdk:HLRObs", 64, 0, 0, [loop = loop_] { loop->run(); });
 }
 
@@ -255,7 +254,7 @@ bool RemoteHighLevelObsImpl::beginWaiting(const Channel<MotionSample>& motion,
     MOTION_LOG(kUnit, level::kWarning, " remote obs wait exception:%s", error.what());
     return false;
   }
-  if (thread->isThreadOver() && !thread->createThread()) {
+  if (thread_->isThreadOver() && !thread_->createThread()) {
     loop_->end();
     loop_->clear();
     return false;
@@ -279,9 +278,9 @@ void RemoteHighLevelObsImpl::stop() {
     std::swap(motion, motion_);
     std::swap(sensor, sensor_);
   }
-  thread->cancelThread();
+  thread_->cancelThread();
   loop_->end();
-  while (!thread->isThreadOver()) {
+  while (!thread_->isThreadOver()) {
     CThread::sleep(kStopPollMs);
   }
   loop_->clear();
@@ -298,7 +297,7 @@ void RemoteHighLevelObsImpl::takeMotion(const MotionSample& sample) {
     return;
   }
   const ObservedMotionRecord record = toMotionRecord(sample);
-  if (keep(record, latestMotion, motionEnabled, lastMotionUs)) {
+  if (keep(record)) {
     sink->deliverMotionObserved(record);
   }
 }
@@ -312,22 +311,9 @@ void RemoteHighLevelObsImpl::takeSensor(const SensorSample& sample) {
     return;
   }
   const ObservedSensorRecord record = toSensorRecord(sample);
-  if (keep(record, latestSensor, sensorEnabled, lastSensorUs)) {
+  if (keep(record)) {
     sink->deliverSensorObserved(record);
   }
-}
-
-template <class Record>
-bool RemoteHighLevelObsImpl::keep(const Record& record, Record& latest,
-                                  const std::atomic<bool>& enabled,
-                                  std::atomic<std::uint64_t>& lastUs) {
-  const Lock lock(mutex);
-  latest = record;
-  if (!enabled) {
-    return false;
-  }
-  lastUs = Pexal::PBase::CTime::getCurrentMicroSecond();
-  return true;
 }
 
 std::shared_ptr<IHighLevelObserved> makeRemoteObserved(std::weak_ptr<IObservedSink> owner,

@@ -8,6 +8,7 @@
 
 #include "msg/MotionTypes.h"
 #include "observed/IHighLevelObserved.h"
+#include "pbase/CThread.h"
 #include "pdbus/IDDSSubcriber.h"
 
 namespace orvane::RobotSdk {
@@ -19,11 +20,9 @@ namespace orvane::RobotSdk {
 ///  - The owner's worker calls start and stop, one at a time. stop may also run inside one of this
 ///    source's deliveries.
 ///  - The thread "robotSdk:HLRObs" runs the wait loop. It touches the loop's own shared state only,
-///  never
-///    this object.
+///    never this object.
 ///  - Each reader's thread stores and delivers samples. It holds this object weakly between samples
-///  and
-///    strongly during one, so the last reference may well end there.
+///    and strongly during one, so the last reference may well end there.
 /// `mutex` is the only lock of this object and a leaf: readers are made, removed and destroyed
 /// outside it, and deliveries and log lines happen outside it.
 class RemoteHighLevelObsImpl final : public IHighLevelObserved,
@@ -64,15 +63,12 @@ class RemoteHighLevelObsImpl final : public IHighLevelObserved,
 
   void takeMotion(const MotionSample& sample);
   void takeSensor(const SensorSample& sample);
-  /// Stores the record; true when it is to be delivered, which is while its switch is on.
-  template <class Record>
-  bool keep(const Record& record, Record& latest, const std::atomic<bool>& enabled,
-            std::atomic<std::uint64_t>& lastUs);
 
   const std::string deviceId_;
   Channel<MotionSample> motion_;  // changed under mutex
   Channel<SensorSample> sensor_;  // changed under mutex
   const std::shared_ptr<WaitLoop> loop_;
+  std::unique_ptr<Pexal::PBase::CThread> thread_;
 };
 
 }  // namespace orvane::RobotSdk

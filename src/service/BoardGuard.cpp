@@ -7,9 +7,9 @@
 #include <cerrno>
 #include <limits>
 
+#include "log/Log.h"
 #include "pbase/CThread.h"
 #include "pbase/System.h"
-#include "service/Log.h"
 #include "service/SafeFile.h"
 
 namespace orvane::RobotSdk::service {

@@ -3,7 +3,7 @@
 #include <exception>
 #include <utility>
 
-#include "service/Log.h"
+#include "log/Log.h"
 
 namespace orvane::RobotSdk {
 

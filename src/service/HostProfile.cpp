@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "service/Log.h"
+#include "log/Log.h"
 #include "service/SafeFile.h"
 
 namespace orvane::RobotSdk::service {

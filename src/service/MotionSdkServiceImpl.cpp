@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "log/Log.h"
 #include "pbase/CConfigLoader.h"
 #include "pbase/System.h"
 #include "pdbus/IDDSFactory.h"
@@ -16,7 +17,6 @@
 #include "service/CallbackScope.h"
 #include "service/DdsDocuments.h"
 #include "service/HostProfile.h"
-#include "service/Log.h"
 #include "service/ServiceAccess.h"
 
 namespace orvane::RobotSdk {

@@ -6,7 +6,7 @@
 #include <limits>
 #include <string>
 
-#include "service/Log.h"
+#include "log/Log.h"
 #include "service/ServiceAccess.h"
 
 namespace orvane::RobotSdk::service {

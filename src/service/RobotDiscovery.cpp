@@ -4,10 +4,10 @@
 #include <mutex>
 #include <utility>
 
+#include "log/Log.h"
 #include "pbase/CTime.h"
 #include "pbase/Utils.h"
 #include "service/CallbackScope.h"
-#include "service/Log.h"
 
 namespace orvane::RobotSdk::service {
 namespace {

@@ -35,8 +35,13 @@ int writeAll(int descriptor, std::string_view text) noexcept {
 
 int openForWriting(const std::string& path) noexcept {
   // O_NONBLOCK: an open of a FIFO without a reader fails at once. A regular file ignores it.
-  constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-  const int descriptor = ::open(path.c_str(), kFlags, 0644);
+  constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  int descriptor = ::open(path.c_str(), kFlags);
+  // O_CREAT only for what isn't there: with it many systems refuse even root a file that another
+  // user left in /tmp (fs.protected_regular).
+  if (descriptor < 0 && errno == ENOENT) {
+    descriptor = ::open(path.c_str(), kFlags | O_CREAT, 0644);
+  }
   if (descriptor < 0) return -errno;
 
   struct stat status {};

@@ -1,6 +1,10 @@
 // The lease of motion control, on simulated time. A worker that spun would stop that time, and the
 // clock's watchdog would end the test.
 
+#include <cstdio>
+#include <map>
+
+#include "pbase/CShmTripleBuffer.h"
 #include "scripted/ClientHarness.h"
 
 namespace {
@@ -362,11 +366,19 @@ TEST_F(Lease, StatusDuringTheReleaseEndsControlOnce) {
   take();
 }
 
-/// The board's client has no source of observed state yet: it keeps trying every 2 s, asks for
-/// nothing, and gives up at the deadline.
-TEST_F(Lease, WithoutItsObservedSourceTheBoardClientOnlyRetries) {
-  for (const bool asMaster : {true, false}) {
+/// Without its buffers the board's client keeps trying every 2 s, asks for nothing, and gives up at
+/// the deadline. With them it takes control, through the brain whatever its role, and delivers, on
+/// a thread where it may also end.
+TEST_F(Lease, TheBoardClientNeedsItsObservedBuffersToTakeControl) {
+  using orvane::RobotSdk::ObservedMotionRecord;
+  using orvane::RobotSdk::ObservedSensorRecord;
+  const std::pair<bool, const char*> roles[] = {{true, "brainServer"}, {false, "cerebellumServer"}};
+  for (const auto& [asMaster, motionServer] : roles) {
     client = listened(orvane::RobotSdk::makeBoardHighLevelClient(asMaster));
+    int records = 0;
+    client->setMotionObservedCallback([&](const auto&) {
+      if (++records == 2) client.reset();
+    });
     connect();
     ASSERT_TRUE(client->takeMotionControl(3000));
     clock.advance(3999);
@@ -374,6 +386,36 @@ TEST_F(Lease, WithoutItsObservedSourceTheBoardClientOnlyRetries) {
     clock.advance(1);
     EXPECT_EQ(told(), "1:2");
     EXPECT_THAT(bus.requests(), IsEmpty());
+
+    {
+      Pexal::Memory::CShmTripleBuffer motion;
+      Pexal::Memory::CShmTripleBuffer sensor;
+      ASSERT_TRUE(motion.create("motion_observed", sizeof(ObservedMotionRecord)));
+      ASSERT_TRUE(sensor.create("motion_sensor_observed", sizeof(ObservedSensorRecord)));
+      ASSERT_TRUE(client->takeMotionControl(0));
+      clock.advance(6000);
+      EXPECT_EQ(told(), "2:0");
+      EXPECT_TRUE(client->setMotionObservedEnable(R"({"motionEnable": true})", nullptr, 70));
+      const ObservedMotionRecord record{};
+      EXPECT_GT(motion.put(&record, sizeof record), 0U);
+      clock.advance(40);
+      EXPECT_EQ(records, 1);
+      EXPECT_GT(motion.put(&record, sizeof record), 0U);
+    }
+    std::map<std::string, std::string> servers;
+    for (const Request& request : bus.requests()) servers[request.method] = request.server;
+    EXPECT_THAT(servers, testing::UnorderedElementsAre(
+                             testing::Pair("setMotionMasterRole", motionServer),
+                             testing::Pair("takeMotionControl", "brainServer"),
+                             testing::Pair("setMotionObservedEnable", motionServer)));
+    clock.advance(40);
+    EXPECT_EQ(client, nullptr) << "released inside its callback, it ends by itself";
+    EXPECT_THAT(bus.subscribedTopics(), IsEmpty());
+    EXPECT_THAT(bus.requests("releaseMotionControl"), SizeIs(1));
+    bus.forgetRequests();
+    for (const char* name : {"motion_observed", "motion_sensor_observed"}) {
+      EXPECT_EQ(std::remove((std::string("/dev/shm/orvane.") + name).c_str()), 0);
+    }
   }
 }
 

@@ -189,7 +189,7 @@ TEST_F(RobotFaults, diesOnlyInAProcessThatAllowsIt) {
   ASSERT_TRUE(faults_.start());
   EXPECT_TRUE(faults_.apply("die").done);
   EXPECT_EQ(deaths, 0) << "the answer goes first";
-  clock_.advance(100);
+  clock_.advance(400);
   EXPECT_EQ(deaths, 1);
   faults_.stop();
   EXPECT_EQ(faults_.apply("die").error, "die: the robot ends");

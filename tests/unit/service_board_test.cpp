@@ -1,5 +1,5 @@
-// The service on the robot board. Run by tests/support/board-sandbox, which puts the board's files
-// at their real paths; each suite names what its sandbox holds.
+// The service on the robot board. Run by tools/board-sandbox, which puts the board's files at their
+// real paths; each suite names what its sandbox holds.
 
 #include <sys/file.h>
 #include <sys/stat.h>

@@ -107,7 +107,8 @@ struct ObservedMotor {
   std::uint16_t jointNo;  ///< joint: 0 hip, 1 thigh, 2 calf
 };
 
-/// Observed motion: joints, inertial unit, power. 712 bytes.
+/// Observed motion: joints, inertial unit, power. 712 bytes. On an external host the library builds
+/// it as said below; on the robot's board it is the motion process's own, byte for byte.
 struct ObservedMotionRecord {
   std::uint8_t reserved0;  ///< 0
   std::uint8_t valid;      ///< 1 in every record that the library hands out

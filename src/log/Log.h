@@ -5,8 +5,8 @@
 #include "pbase/ILogger.h"
 
 /// One line of the SDK's log. `unit` is the source unit's name; `text` is a literal that goes on
-/// where
-/// "[unit:line]" ends (some lines start with a blank).
+/// where "[unit:line]" ends (some lines start with a blank). Needs the platform's log and nothing
+/// of the SDK, so every room of src/ may use it.
 #define MOTION_LOG(unit, level, text, ...)                                             \
   ::Pexal::ILogger::instance()->log((level), "MotionSdk", "[%s:%d]" text "\n", (unit), \
                                     __LINE__ __VA_OPT__(, ) __VA_ARGS__)
