@@ -1,6 +1,7 @@
 #include "ControlLoop.h"
 
 #include <mutex>
+#include <utility>
 
 #include "pbase/CTime.h"
 
@@ -15,8 +16,10 @@ constexpr std::uint64_t kMostCaughtUpUs = 50'000;
 
 }  // namespace
 
-ControlLoop::ControlLoop(RobotCore& core, ObservedPublisher& publisher)
-    : core_(core), publisher_(publisher), thread_("robot:loop", 0, 0, 0, [this] { run(); }) {}
+ControlLoop::ControlLoop(RobotCore& core, std::vector<Publisher*> publishers)
+    : core_(core),
+      publishers_(std::move(publishers)),
+      thread_("robot:loop", 0, 0, 0, [this] { run(); }) {}
 
 void ControlLoop::stop() {
   {
@@ -36,7 +39,8 @@ void ControlLoop::run() {
       robot.step(kStepSeconds);
       seen = robot.body();
     }
-    publisher_.publish(seen, count % kStepsPerSensorSample == 0);
+    const bool withSensors = count % kStepsPerSensorSample == 0;
+    for (Publisher* publisher : publishers_) publisher->publish(seen, withSensors);
     deadlineUs += kPeriodUs;
     const std::uint64_t nowUs = CTime::getCurrentMicroSecond();
     if (nowUs > deadlineUs + kMostCaughtUpUs) deadlineUs = nowUs;

@@ -1,11 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "RobotCore.h"
 #include "pbase/CMutex.h"
 #include "pbase/CThread.h"
-#include "publish/ObservedPublisher.h"
+#include "publish/Publisher.h"
 
 namespace orvane::robot {
 
@@ -21,8 +22,8 @@ class ControlLoop {
   static constexpr std::uint64_t kPeriodUs = 2000;
   static constexpr std::uint32_t kStepsPerSensorSample = 10;  // 50 Hz
 
-  /// Both must outlive the loop.
-  ControlLoop(RobotCore& core, ObservedPublisher& publisher);
+  /// All must outlive the loop. They publish in this order.
+  ControlLoop(RobotCore& core, std::vector<Publisher*> publishers);
   ~ControlLoop() { stop(); }
 
   /// False: no thread could be had.
@@ -35,7 +36,7 @@ class ControlLoop {
   [[nodiscard]] bool waitUntil(std::uint64_t deadlineUs);
 
   RobotCore& core_;
-  ObservedPublisher& publisher_;
+  const std::vector<Publisher*> publishers_;
   Pexal::PBase::CMutex mutex_;
   Pexal::PBase::CCondition stopAsked_;
   bool stopping_ = false;

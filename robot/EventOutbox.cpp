@@ -56,4 +56,16 @@ bool EventOutbox::finished() {
   return closed_ && events_.empty();
 }
 
+std::shared_ptr<EventOutbox> EventOutboxes::add() {
+  return outboxes_.emplace_back(std::make_shared<EventOutbox>(deviceId_));
+}
+
+void EventOutboxes::controlStatus(bool controlled, const std::string& controller) {
+  for (const auto& outbox : outboxes_) outbox->controlStatus(controlled, controller);
+}
+
+void EventOutboxes::hostEvent(Json::Value detail) {
+  for (const auto& outbox : outboxes_) outbox->hostEvent(detail);
+}
+
 }  // namespace orvane::robot

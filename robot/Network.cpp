@@ -93,12 +93,17 @@ std::string ddsProfile(const std::string& interface, std::uint32_t domain, doubl
 
 }  // namespace
 
+std::optional<std::string> deviceIdError(const std::string& deviceId) {
+  if (!deviceId.empty() && deviceId.size() <= kLongestDeviceId &&
+      std::all_of(deviceId.begin(), deviceId.end(), isDeviceIdCharacter)) {
+    return std::nullopt;
+  }
+  return "the device id must be 1 to 64 letters, digits, '-', '_', '.' or ':'";
+}
+
 std::optional<std::string> settingsError(const std::string& deviceId, const std::string& interface,
                                          std::uint32_t domain) {
-  if (deviceId.empty() || deviceId.size() > kLongestDeviceId ||
-      !std::all_of(deviceId.begin(), deviceId.end(), isDeviceIdCharacter)) {
-    return "the device id must be 1 to 64 letters, digits, '-', '_', '.' or ':'";
-  }
+  if (auto wrong = deviceIdError(deviceId)) return wrong;
   if (domain > kHighestDomain) return "the domain must be 0 to 230";
   if (interface.empty() || interface.size() >= IFNAMSIZ ||
       !std::all_of(interface.begin(), interface.end(), isInterfaceCharacter) ||

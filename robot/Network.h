@@ -8,8 +8,11 @@
 
 namespace orvane::robot {
 
-/// What is wrong with a robot's address; nothing when it can be used. The device id becomes the
-/// name of a DDS partition and must hold no wildcards.
+/// What is wrong with a device id; nothing when it can be used. It becomes the name of a DDS
+/// partition and must hold no wildcards.
+[[nodiscard]] std::optional<std::string> deviceIdError(const std::string& deviceId);
+
+/// What is wrong with a robot's address; nothing when it can be used.
 [[nodiscard]] std::optional<std::string> settingsError(const std::string& deviceId,
                                                        const std::string& interface,
                                                        std::uint32_t domain);
@@ -17,7 +20,7 @@ namespace orvane::robot {
 /// What is wrong with a share of packets to lose. libddsc loses them in steps of 0.1 percent.
 [[nodiscard]] std::optional<std::string> lossError(double lossPercent);
 
-/// Name of the one DDS domain in the documents of this program.
+/// Name of the DDS domain of external hosts in the documents of this program.
 inline constexpr const char* kHostDomain = "host";
 
 /// A document for the DDS layer of a process that speaks on `interface` in `domain`, with no

@@ -23,8 +23,8 @@ Json::Value postureEvent(Posture posture, Posture previous) {
 
 }  // namespace
 
-RobotCore::RobotCore(std::unique_ptr<Body> body, std::shared_ptr<EventOutbox> outbox)
-    : outbox_(std::move(outbox)), body_(std::move(body)) {}
+RobotCore::RobotCore(std::unique_ptr<Body> body, std::shared_ptr<EventListener> listener)
+    : listener_(std::move(listener)), body_(std::move(body)) {}
 
 RobotCore::Access::Access(RobotCore& core)
     : core_(core), lock_(core.mutex_), nowMs_(Pexal::PBase::CTime::getCurrentMilliSecond()) {
@@ -45,11 +45,11 @@ void RobotCore::settle() {
     announcedRevision_ = arbiter_.revision();
     motion_.endMotion();
     const auto& grant = arbiter_.current();
-    outbox_->controlStatus(grant.has_value(), grant ? grant->controller : std::string());
+    listener_->controlStatus(grant.has_value(), grant ? grant->controller : std::string());
   }
   if (announcedPosture_ != motion_.posture()) {
     const Posture previous = std::exchange(announcedPosture_, motion_.posture());
-    outbox_->hostEvent(postureEvent(announcedPosture_, previous));
+    listener_->hostEvent(postureEvent(announcedPosture_, previous));
   }
   reportBattery();
 }
@@ -62,7 +62,7 @@ void RobotCore::reportBattery() {
   detail["type"] = "battery";
   detail["level"] = level == 2 ? "empty" : "low";
   detail["chargePercent"] = body_->state().battery.chargePercent;
-  outbox_->hostEvent(std::move(detail));
+  listener_->hostEvent(std::move(detail));
 }
 
 }  // namespace orvane::robot

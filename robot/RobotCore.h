@@ -28,9 +28,9 @@ struct RefusedRequest {
 ///
 /// Threading contract: the robot mutex (mutex_) guards every member. All use goes through an
 /// Access, which holds it; nothing that waits (requests, events, DDS) may happen inside one. Lock
-/// order: robot mutex, then the outbox's own. At its begin an Access judges the lease; at its begin
-/// and its end it settles: a change of controller ends motion, and changes of control, posture and
-/// battery go to the outbox in the order in which they happened.
+/// order: robot mutex, then an outbox's own. At its begin an Access judges the lease; at its begin
+/// and its end it settles: a change of controller ends motion, and the listener is told of changes
+/// of control, posture and battery in the order in which they happened.
 class RobotCore {
  public:
   class Access {
@@ -57,7 +57,7 @@ class RobotCore {
     std::uint64_t nowMs_;
   };
 
-  RobotCore(std::unique_ptr<Body> body, std::shared_ptr<EventOutbox> outbox);
+  RobotCore(std::unique_ptr<Body> body, std::shared_ptr<EventListener> listener);
 
   /// Waits for whoever has access now; an access lasts well under a millisecond.
   [[nodiscard]] Access access() { return Access(*this); }
@@ -67,7 +67,7 @@ class RobotCore {
   void reportBattery();
 
   Pexal::PBase::CMutex mutex_;  // the robot mutex: guards everything below
-  const std::shared_ptr<EventOutbox> outbox_;
+  const std::shared_ptr<EventListener> listener_;
   std::unique_ptr<Body> body_;
   Arbiter arbiter_;
   MotionController motion_;

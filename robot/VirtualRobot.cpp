@@ -2,42 +2,28 @@
 
 #include <utility>
 
-#include "Network.h"
 #include "body/KinematicBody.h"
-#include "pbase/ILogger.h"
+#include "servers/RequestServer.h"
+#include "sides/BoardSide.h"
+#include "sides/HostSide.h"
 
 namespace orvane::robot {
-namespace {
-
-using Pexal::PDBus::IDDSFactory;
-using Pexal::PDBus::RpcRequest;
-using Pexal::PDBus::RPCServer;
-
-constexpr const char* kEventServer = "robotServer";
-constexpr const char* kRequestServers[] = {"robotServer", "cerebellumServer"};
-
-Json::Value robotDocument(const RobotSettings& settings) {
-  Json::Value document = ddsDocument(settings.interface, settings.domain, settings.lossPercent);
-  Json::Value bus;
-  bus["server"] = kEventServer;
-  bus["domain"] = kHostDomain;
-  bus["role"] = "server";
-  bus["topics"] = 16;
-  bus["workers"]["count"] = 1;
-  bus["workers"]["task"] = 16;
-  document["eventBus"].append(std::move(bus));
-  return document;
-}
-
-}  // namespace
 
 VirtualRobot::VirtualRobot(RobotSettings settings)
     : settings_(std::move(settings)),
-      outbox_(std::make_shared<EventOutbox>(settings_.deviceId)),
+      outboxes_(std::make_shared<EventOutboxes>(settings_.deviceId)),
       core_(std::make_shared<RobotCore>(std::make_unique<KinematicBody>(settings_.chargePercent),
-                                        outbox_)),
+                                        outboxes_)),
       faults_(std::make_shared<Faults>(
-          core_, std::make_shared<RequestServer>(core_, settings_.deviceId))) {}
+          core_, std::make_shared<RequestServer>(core_, settings_.deviceId))) {
+  const SharedRobot robot{settings_.deviceId, core_, faults_};
+  if (settings_.serves(Deployment::kBoard)) {
+    sides_.push_back(std::make_unique<BoardSide>(robot, outboxes_->add()));
+  }
+  if (settings_.serves(Deployment::kHost)) {
+    sides_.push_back(std::make_unique<HostSide>(settings_, robot, outboxes_->add()));
+  }
+}
 
 VirtualRobot::~VirtualRobot() {
   stop();
@@ -48,21 +34,12 @@ bool VirtualRobot::start(std::string& error) {
     error = "this robot was started before";
     return false;
   }
-  if (auto wrong = settingsError(settings_.deviceId, settings_.interface, settings_.domain)) {
-    error = *std::move(wrong);
-    return false;
-  }
-  if (auto wrong = lossError(settings_.lossPercent)) {
-    error = *std::move(wrong);
+  if (sides_.empty()) {
+    error = "a robot serves at least one deployment";
     return false;
   }
   used_ = true;
-  factory_ = IDDSFactory::create();
-  if (!factory_->initial(robotDocument(settings_))) {
-    error = joinFailure(settings_.interface, settings_.domain);
-    factory_.reset();
-    return false;
-  }
+  running_ = true;
   if (serve(error)) return true;
   stop();
   return false;
@@ -79,73 +56,34 @@ bool VirtualRobot::applyFaults(std::string& error) {
 }
 
 bool VirtualRobot::serve(std::string& error) {
+  std::vector<Publisher*> publishers;
+  for (const auto& side : sides_) {
+    if (!side->open(error)) return false;
+    publishers.push_back(&side->publisher());
+  }
   if (!applyFaults(error)) return false;
-  try {
-    publisher_ = std::make_unique<ObservedPublisher>(factory_->participant(kHostDomain),
-                                                     settings_.deviceId, faults_->voice());
-  } catch (const dds::core::Exception& failure) {
-    error = std::string("can't publish: ") + failure.what();
-    return false;
-  }
-  auto bus = factory_->eventBus(kEventServer);
-  if (bus == nullptr) {
-    error = "no event bus";
-    return false;
-  }
-  auto events = std::make_shared<EventServer>(core_, outbox_, std::move(bus), kEventServer,
-                                              settings_.deviceId, faults_->voice());
-  if (!events->start()) {
-    error = "can't serve events";
-    return false;
-  }
-  events_ = std::move(events);
-  loop_ = std::make_unique<ControlLoop>(*core_, *publisher_);
+  loop_ = std::make_unique<ControlLoop>(*core_, std::move(publishers));
   if (!loop_->start()) {
     error = "no thread for the control loop";
     return false;
   }
-  return serveRequests(error);
-}
-
-bool VirtualRobot::serveRequests(std::string& error) {
-  for (const char* name : kRequestServers) {
-    const auto handle = [faults = faults_](const RpcRequest& request) {
-      return faults->requests().handle(request);
-    };
-    if (!addServer(name, handle, error)) return false;
+  for (const auto& side : sides_) {
+    if (!side->serve(error)) return false;
   }
-  const auto handle = [service = FaultService(faults_)](const RpcRequest& request) {
-    return service.handle(request);
-  };
-  return addServer(FaultService::kServer, handle, error);
-}
-
-bool VirtualRobot::addServer(const char* name, RPCServer::Handler handler, std::string& error) {
-  auto server =
-      RPCServer::create(factory_, kHostDomain, name, settings_.deviceId, std::move(handler));
-  if (server == nullptr) {
-    error = std::string("can't serve ") + name;
-    return false;
-  }
-  servers_.push_back(std::move(server));
   return true;
 }
 
 void VirtualRobot::stop() {
-  if (factory_ == nullptr) return;
+  if (!running_) return;
+  running_ = false;
   faults_->stop();
-  for (const auto& server : servers_) server->stop();
-  servers_.clear();
+  for (const auto& side : sides_) side->endRequests();
   {
     RobotCore::Access robot = core_->access();
     robot.arbiter().revoke(robot.nowMs());
   }
   loop_.reset();
-  if (events_ != nullptr) events_->stop();
-  publisher_.reset();
-  factory_->shutdown();
-  events_.reset();
-  factory_.reset();
+  for (const auto& side : sides_) side->close();
 }
 
 RobotStatus VirtualRobot::status() {

@@ -8,26 +8,12 @@
 #include "ControlLoop.h"
 #include "EventOutbox.h"
 #include "RobotCore.h"
-#include "faults/FaultService.h"
+#include "RobotSettings.h"
 #include "faults/Faults.h"
 #include "motion/MotionController.h"
-#include "pdbus/IDDSFactory.h"
-#include "pdbus/RPC.h"
-#include "publish/ObservedPublisher.h"
-#include "servers/EventServer.h"
+#include "sides/Side.h"
 
 namespace orvane::robot {
-
-struct RobotSettings {
-  std::string deviceId = "VR-0001";  ///< 1 to 64 letters, digits, '-', '_', '.' or ':'
-  std::string interface = "lo";      ///< network interface, by name
-  std::uint32_t domain = 42;         ///< DDS domain, 0 to 230
-  double chargePercent = 100;        ///< of the battery at the start
-  /// 0 or 0.1 to 100: how much of its DDS packets is lost on the way out. Only where this process
-  /// hasn't joined the domain before.
-  double lossPercent = 0;
-  std::vector<std::string> faults;  ///< carried out when it starts, see parseFault
-};
 
 /// What a bystander wants to know, for the status line and for tests.
 struct RobotStatus {
@@ -42,13 +28,12 @@ struct RobotStatus {
   RefusedRequest lastRefusal;
 };
 
-/// A whole robot as an external host sees it: request servers, events, observed topics. It has a
-/// DDS context of its own, so that it can live in the process of its client.
+/// A whole robot: one body, one arbiter, shown on one side per deployment.
 ///
 /// Threading contract: start and stop on one thread; access and status on any thread between them.
-/// The robot's threads are the control loop, the event sender, one per request server, two for
-/// scripted faults (their service, their timetable) and the bus's workers; they meet at the robot
-/// mutex (see RobotCore), which none holds while it waits.
+/// The robot's threads are the control loop, one event sender per side, one per request server, two
+/// for scripted faults (their service, their timetable) and the buses' workers; they meet at the
+/// robot mutex (see RobotCore), which none holds while it waits.
 class VirtualRobot {
  public:
   explicit VirtualRobot(RobotSettings settings);
@@ -73,19 +58,14 @@ class VirtualRobot {
  private:
   [[nodiscard]] bool serve(std::string& error);
   [[nodiscard]] bool applyFaults(std::string& error);
-  [[nodiscard]] bool serveRequests(std::string& error);
-  [[nodiscard]] bool addServer(const char* name, Pexal::PDBus::RPCServer::Handler handler,
-                               std::string& error);
 
   const RobotSettings settings_;
   bool used_ = false;
-  const std::shared_ptr<EventOutbox> outbox_;
+  bool running_ = false;
+  const std::shared_ptr<EventOutboxes> outboxes_;
   const std::shared_ptr<RobotCore> core_;
   const std::shared_ptr<Faults> faults_;
-  std::shared_ptr<Pexal::PDBus::IDDSFactory> factory_;
-  std::vector<std::shared_ptr<Pexal::PDBus::RPCServer>> servers_;
-  std::shared_ptr<EventServer> events_;
-  std::unique_ptr<ObservedPublisher> publisher_;
+  std::vector<std::unique_ptr<Side>> sides_;
   std::unique_ptr<ControlLoop> loop_;
 };
 

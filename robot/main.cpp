@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,8 @@ constexpr std::uint32_t kWarning = 3;
 
 struct Options {
   RobotSettings robot;
+  bool board = false;
+  bool host = false;
   bool verbose = false;
   std::vector<std::string> commands;  // of tell
   std::uint32_t timeoutMs = 3000;
@@ -33,9 +36,10 @@ struct Options {
 void describeAddress(CLI::App& app, RobotSettings& robot) {
   app.add_option("--device-id", robot.deviceId, "Name under which it is discovered")
       ->capture_default_str();
-  app.add_option("--interface", robot.interface, "Network interface it speaks on")
+  app.add_option("--interface", robot.interface,
+                 "Network interface on which external hosts meet it")
       ->capture_default_str();
-  app.add_option("--domain", robot.domain, "DDS domain")
+  app.add_option("--domain", robot.domain, "DDS domain of external hosts")
       ->capture_default_str()
       ->check(CLI::Range(0, 230));
 }
@@ -46,6 +50,7 @@ CLI::App& describeTell(CLI::App& app, Options& options) {
       "Each fault is one argument, so put it in quotes; several are carried out in order:\n" +
       faultForms() + "Exit status: 0 when all were carried out, otherwise another.");
   describeAddress(tell, options.robot);
+  tell.add_flag("--board", options.board, "The robot that serves this robot board");
   tell.add_option("--timeout", options.timeoutMs, "How long to look for it and wait, ms")
       ->capture_default_str()
       ->check(CLI::Range(1, 600000));
@@ -64,6 +69,10 @@ void describe(CLI::App& app, Options& options) {
       "Standard output shows what the robot does and who holds control; problems go to standard\n"
       "error. Exit status: 0 when it was asked to end, otherwise something went wrong.");
   describeAddress(app, options.robot);
+  app.add_flag("--board", options.board,
+               "Serves applications on this robot board (or in tools/board-sandbox)");
+  app.add_flag("--host", options.host,
+               "Serves applications on other machines: what it does without --board, too");
   app.add_option("--fault", options.robot.faults,
                  "A scripted fault from the start on, e.g. \"after 2000 revoke\"; repeatable. The\n"
                  "forms are those of \"virtual-robot tell --help\"")
@@ -73,13 +82,38 @@ void describe(CLI::App& app, Options& options) {
   app.add_flag("--verbose", options.verbose, "Log what happens inside to standard error");
 }
 
-/// A robot that runs already isn't started anew: options of the start would be without effect.
-void refuseStartOptions(const CLI::App& app) {
-  for (const char* option : {"--fault", "--loss"}) {
-    if (app.count(option) > 0) {
-      throw CLI::ValidationError(option, "is for a robot that starts; it doesn't go with tell");
-    }
+/// An option without effect would be a misunderstanding.
+void refuse(const CLI::App& app, std::initializer_list<const char*> options, const char* why) {
+  for (const char* option : options) {
+    if (app.count(option) > 0) throw CLI::ValidationError(option, why);
   }
+}
+
+void settle(const CLI::App& app, const CLI::App& tellApp, Options& options) {
+  if (tellApp.parsed()) {
+    refuse(app, {"--fault", "--loss", "--host"},
+           "is for a robot that starts; it doesn't go with tell");
+  }
+  if (!options.board) return;
+  options.robot.deployments = {Deployment::kBoard};
+  if (options.host) {
+    options.robot.deployments.insert(Deployment::kHost);
+    return;
+  }
+  const char* const why = "is for external hosts; it doesn't go with --board alone";
+  refuse(app, {"--interface", "--domain", "--loss"}, why);
+  if (!tellApp.parsed()) return;
+  refuse(tellApp, {"--interface", "--domain"}, why);
+  for (const CLI::App* given : {&app, &tellApp}) {
+    refuse(*given, {"--device-id"}, "doesn't go with tell --board: a board has one robot");
+  }
+}
+
+/// Where applications find it.
+std::string placeOf(const RobotSettings& robot) {
+  if (!robot.serves(Deployment::kHost)) return "on this board";
+  const std::string place = "on " + robot.interface + ", domain " + std::to_string(robot.domain);
+  return robot.serves(Deployment::kBoard) ? place + ", and on this board" : place;
 }
 
 /// The log goes to standard error; on a terminal it must not run into the status line.
@@ -105,8 +139,7 @@ int run(const Options& options) {
     std::fprintf(stderr, "virtual-robot: %s\n", error.c_str());
     return 1;
   }
-  std::printf("ready: %s on %s, domain %u\n", options.robot.deviceId.c_str(),
-              options.robot.interface.c_str(), options.robot.domain);
+  std::printf("ready: %s %s\n", options.robot.deviceId.c_str(), placeOf(options.robot).c_str());
   std::fflush(stdout);
 
   StatusLine line(options.robot.deviceId, terminal);
@@ -127,7 +160,7 @@ int main(int argc, char** argv) {
   const CLI::App& tellApp = describeTell(app, options);
   try {
     app.parse(argc, argv);
-    if (tellApp.parsed()) refuseStartOptions(app);
+    settle(app, tellApp, options);
   } catch (const CLI::ParseError& error) {
     return app.exit(error);
   }

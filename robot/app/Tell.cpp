@@ -1,8 +1,13 @@
 #include "app/Tell.h"
 
 #include <cstdio>
+#include <functional>
+#include <optional>
+#include <utility>
 
+#include "Board.h"
 #include "Network.h"
+#include "faults/FaultService.h"
 #include "pdbus/IDDSFactory.h"
 #include "pdbus/RPC.h"
 
@@ -17,20 +22,44 @@ int fail(const std::string& why) {
   return 1;
 }
 
-Json::Value clientDocument(const RobotSettings& robot) {
-  Json::Value document = ddsDocument(robot.interface, robot.domain);
-  Json::Value client;
-  client["server"] = FaultService::kServer;
-  client["domain"] = kHostDomain;
-  document["client"].append(std::move(client));
-  return document;
+/// How a running robot is reached.
+struct Way {
+  std::optional<std::string> obstacle;
+  Json::Value document;  ///< with the domain
+  const char* domain = nullptr;
+  std::string deviceId;
+  std::string robot;  ///< for people
+  std::function<std::string()> joinFailure;
+};
+
+Way wayToBoard() {
+  Way way;
+  way.obstacle = noBoard();
+  way.document["domain"].append(domainEntry(kBrain));
+  way.domain = kBrain.name;
+  way.robot = "on this board";
+  way.joinFailure = [] {
+    return std::string("can't join DDS with ") + kBrain.profile + " (the log says why)";
+  };
+  return way;
 }
 
-std::string transportFailure(const RobotSettings& robot, RpcStatus status) {
-  const std::string who = "\"" + robot.deviceId + "\" on " + robot.interface + ", domain " +
-                          std::to_string(robot.domain);
-  if (status == RpcStatus::kNoServer) return "found no virtual robot " + who + " that runs";
-  return "no answer from the virtual robot " + who + " (" +
+Way wayToHost(const RobotSettings& robot) {
+  Way way;
+  way.obstacle = settingsError(robot.deviceId, robot.interface, robot.domain);
+  if (way.obstacle) return way;
+  way.document = ddsDocument(robot.interface, robot.domain);
+  way.domain = kHostDomain;
+  way.deviceId = robot.deviceId;
+  way.robot = "\"" + robot.deviceId + "\" on " + robot.interface + ", domain " +
+              std::to_string(robot.domain);
+  way.joinFailure = [robot] { return joinFailure(robot.interface, robot.domain); };
+  return way;
+}
+
+std::string transportFailure(const std::string& robot, RpcStatus status) {
+  if (status == RpcStatus::kNoServer) return "found no virtual robot " + robot + " that runs";
+  return "no answer from the virtual robot " + robot + " (" +
          Pexal::PDBus::RPCServer::dumpCode(static_cast<std::uint32_t>(status)) + ")";
 }
 
@@ -52,22 +81,23 @@ int show(const Json::Value& answer) {
 
 int tell(const RobotSettings& robot, const std::vector<std::string>& commands,
          std::uint32_t timeoutMs) {
-  if (const auto wrong = settingsError(robot.deviceId, robot.interface, robot.domain)) {
-    return fail(*wrong);
-  }
+  Way way = robot.serves(Deployment::kBoard) ? wayToBoard() : wayToHost(robot);
+  if (way.obstacle) return fail(*way.obstacle);
+  Json::Value client;
+  client["server"] = FaultService::kServer;
+  client["domain"] = way.domain;
+  way.document["client"].append(std::move(client));
   const auto factory = IDDSFactory::create();
-  if (!factory->initial(clientDocument(robot))) {
-    return fail(joinFailure(robot.interface, robot.domain));
-  }
+  if (!factory->initial(way.document)) return fail(way.joinFailure());
   Json::Value request;
   for (const std::string& command : commands) request["params"]["commands"].append(command);
   Json::Value answer;
   const auto status =
       static_cast<RpcStatus>(factory->rpcClient(FaultService::kServer)
                                  ->call(FaultService::kService, FaultService::kApply, request,
-                                        answer, timeoutMs, robot.deviceId));
+                                        answer, timeoutMs, way.deviceId));
   factory->shutdown();
-  return status == RpcStatus::kOk ? show(answer) : fail(transportFailure(robot, status));
+  return status == RpcStatus::kOk ? show(answer) : fail(transportFailure(way.robot, status));
 }
 
 }  // namespace orvane::robot

@@ -54,7 +54,8 @@ class Faults {
 
  private:
   static constexpr std::size_t kMostTimed = 64;
-  static constexpr std::uint32_t kLastWordsMs = 50;
+  /// Long enough for DDS to repeat an answer that was lost.
+  static constexpr std::uint32_t kLastWordsMs = 300;
 
   struct Timed {
     std::uint64_t dueUs;

@@ -52,6 +52,32 @@ Json::Value json(const char* text) {
   return value;
 }
 
+template <class Motion>
+void spoilMotion(Motion& motion, std::uint32_t turn) {
+  const float figure = pick(kNoFigures, turn);
+  motion.motorNum = pick(kNoCounts, turn);
+  motion.imu.temp = figure;
+  motion.imu.accel = {0x7f, figure, figure, figure};
+  motion.imu.quaternion = {0x7f, figure, figure, figure, figure};
+  for (auto& motor : motion.motor) {
+    motor.position = motor.velocity = motor.torque = figure;
+    motor.enable = motor.online = 0xff;
+  }
+  motion.power.power = figure;
+}
+
+/// The figure that it took.
+template <class Sensors>
+float spoilSensors(Sensors& sensors, std::uint32_t turn) {
+  const float figure = pick(kNoFigures, turn);
+  sensors.odom.valid = 0xff;
+  sensors.odom.yaw = sensors.odom.yawSpeed = figure;
+  std::fill(std::begin(sensors.odom.position), std::end(sensors.odom.position), figure);
+  std::fill(std::begin(sensors.odom.velocity), std::end(sensors.odom.velocity), figure);
+  sensors.gps.valid = sensors.uwb.valid = 0xff;
+  return figure;
+}
+
 }  // namespace
 
 Json::Value nonsenseAnswer(std::uint32_t turn) {
@@ -65,27 +91,22 @@ Json::Value nonsenseEvent(std::uint32_t turn, const Json::Value& deviceNo) {
 }
 
 void spoil(orvane::msg::dds_::MotionObserved_& sample, std::uint32_t turn) noexcept {
-  const float figure = pick(kNoFigures, turn);
-  sample.motorNum = pick(kNoCounts, turn);
-  sample.imu.temp = figure;
-  sample.imu.accel = {'\x7f', figure, figure, figure};
-  sample.imu.quaternion = {'\x7f', figure, figure, figure, figure};
-  for (auto& motor : sample.motor) {
-    motor.position = motor.velocity = motor.torque = figure;
-    motor.enable = motor.online = 0xff;
-    motor.header = {0xffffffffU, 0xffffffffU};
-  }
-  sample.power.power = figure;
+  spoilMotion(sample, turn);
+  for (auto& motor : sample.motor) motor.header = {0xffffffffU, 0xffffffffU};
+}
+
+void spoil(RobotSdk::ObservedMotionRecord& record, std::uint32_t turn) noexcept {
+  spoilMotion(record, turn);
+  for (auto& motor : record.motor) motor.limbsNo = motor.jointNo = 0xffffU;
 }
 
 void spoil(orvane::msg::dds_::SensorObserved_& sample, std::uint32_t turn) noexcept {
-  const float figure = pick(kNoFigures, turn);
-  sample.odom.valid = 0xff;
-  sample.odom.yaw = sample.odom.yawSpeed = figure;
-  std::fill(std::begin(sample.odom.position), std::end(sample.odom.position), figure);
-  std::fill(std::begin(sample.odom.velocity), std::end(sample.odom.velocity), figure);
-  sample.gps.valid = sample.uwb.valid = 0xff;
+  const float figure = spoilSensors(sample, turn);
   sample.gps.point = {figure, figure};
+}
+
+void spoil(RobotSdk::ObservedSensorRecord& record, std::uint32_t turn) noexcept {
+  record.gps.lat = record.gps.lng = spoilSensors(record, turn);
 }
 
 }  // namespace orvane::robot

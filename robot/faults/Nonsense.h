@@ -5,12 +5,13 @@
 #include <cstdint>
 
 #include "msg/MotionTypes.h"
+#include "orvane/RobotSdk/Records.h"
 
 namespace orvane::robot {
 
-// What a robot says that has lost its senses: documents whose members have wrong types, samples
-// with figures that are none and counts out of range. `turn` chooses; each rising number gives
-// another kind.
+// What a robot says that has lost its senses: documents whose members have wrong types, samples and
+// records with figures that are none and counts out of range. `turn` chooses; each rising number
+// gives another kind.
 
 /// In place of an answer.
 [[nodiscard]] Json::Value nonsenseAnswer(std::uint32_t turn);
@@ -19,5 +20,7 @@ namespace orvane::robot {
 [[nodiscard]] Json::Value nonsenseEvent(std::uint32_t turn, const Json::Value& deviceNo);
 void spoil(orvane::msg::dds_::MotionObserved_& sample, std::uint32_t turn) noexcept;
 void spoil(orvane::msg::dds_::SensorObserved_& sample, std::uint32_t turn) noexcept;
+void spoil(RobotSdk::ObservedMotionRecord& record, std::uint32_t turn) noexcept;
+void spoil(RobotSdk::ObservedSensorRecord& record, std::uint32_t turn) noexcept;
 
 }  // namespace orvane::robot

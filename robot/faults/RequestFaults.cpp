@@ -11,13 +11,13 @@ namespace orvane::robot {
 using Pexal::PDBus::RpcReply;
 using Pexal::PDBus::RpcRequest;
 
-RpcReply RequestFaults::handle(const RpcRequest& request) {
+RpcReply RequestFaults::handle(const RpcRequest& request, const char* service) {
   RpcReply reply;
   reply.withheld = true;
   if (voice_->isSilent()) return reply;
   const Fate fate = fateOf(request.method);
   if (fate.drop) return reply;
-  reply = fate.errorNumber == 0 ? server_->handle(request)
+  reply = fate.errorNumber == 0 ? server_->handle(request, service)
                                 : server_->refuse(request, {static_cast<Reason>(fate.errorNumber),
                                                             "refused by a scripted fault"});
   if (fate.delayMs > 0) wait(fate);

@@ -24,8 +24,9 @@ class RequestFaults {
   RequestFaults(std::shared_ptr<RequestServer> server, std::shared_ptr<Voice> voice)
       : server_(std::move(server)), voice_(std::move(voice)) {}
 
-  /// What the robot answers to `request`, faults included.
-  [[nodiscard]] Pexal::PDBus::RpcReply handle(const Pexal::PDBus::RpcRequest& request);
+  /// What the robot answers to `request`, faults included. `service` as in RequestServer::handle.
+  [[nodiscard]] Pexal::PDBus::RpcReply handle(const Pexal::PDBus::RpcRequest& request,
+                                              const char* service = RequestServer::kService);
 
   /// A kRefuse, kDelay, kDrop or kWithhold, in place of the one of its kind for the same method.
   /// Why not, or nothing when it is there.

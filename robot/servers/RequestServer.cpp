@@ -75,8 +75,8 @@ const RequestServer::Method* RequestServer::find(const std::string& name) {
   return method == std::end(kMethods) ? nullptr : method;
 }
 
-RpcReply RequestServer::handle(const RpcRequest& request) {
-  if (request.service != kService) return transportFailure(RpcStatus::kNoService);
+RpcReply RequestServer::handle(const RpcRequest& request, const char* service) {
+  if (request.service != service) return transportFailure(RpcStatus::kNoService);
   const Method* method = find(request.method);
   if (method == nullptr) return transportFailure(RpcStatus::kNoMethod);
 

@@ -12,8 +12,8 @@
 
 namespace orvane::robot {
 
-/// Answers the requests of "robotAppService": documents in, documents out. One table says which
-/// handler serves a method and whether the caller must hold control.
+/// Answers the requests of the robot's application service: documents in, documents out. One table
+/// says which handler serves a method and whether the caller must hold control.
 ///
 /// An answer is {"result": true, "params"?} or {"result": false, "reason": text} with the reason's
 /// number beside it. Nothing that a document holds makes it throw or terminate.
@@ -22,11 +22,15 @@ namespace orvane::robot {
 /// the robot, so requests never overlap. Takes the robot mutex, blocks for nothing else.
 class RequestServer {
  public:
+  /// What the service is called on the motion board and for external hosts, and on the brain board.
   static constexpr const char* kService = "robotAppService";
+  static constexpr const char* kBrainService = "brainAppService";
 
   RequestServer(std::shared_ptr<RobotCore> core, std::string deviceId);
 
-  [[nodiscard]] Pexal::PDBus::RpcReply handle(const Pexal::PDBus::RpcRequest& request);
+  /// `service`: what it is called where the request came in.
+  [[nodiscard]] Pexal::PDBus::RpcReply handle(const Pexal::PDBus::RpcRequest& request,
+                                              const char* service = kService);
   /// Refuses `request` whatever it asks for; shown as the last refusal like any other.
   [[nodiscard]] Pexal::PDBus::RpcReply refuse(const Pexal::PDBus::RpcRequest& request,
                                               Refusal refusal);

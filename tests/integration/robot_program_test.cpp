@@ -14,6 +14,7 @@
 
 #include "Network.h"
 #include "VirtualRobot.h"
+#include "msg/MotionTypes.h"
 #include "pbase/CMutex.h"
 #include "pbase/CSemaphore.h"
 #include "pbase/CTime.h"
@@ -285,6 +286,11 @@ TEST(RobotProgram, refusesWhatItCannotDoWithAReason) {
       {{"tell", "--device-id", "VR-B", "--timeout", "500", "die"}, "no virtual robot \"VR-B\""},
       {{"tell", "--device-id", "VR*", "die"}, "device id"},
       {{"tell"}, "faults is required"},
+      {{"--board"}, "no robot board: there is no /etc/dds/motion_config.xml"},
+      {{"--board", "--host"}, "no robot board"},
+      {{"--board", "--domain", "7"}, "doesn't go with --board alone"},
+      {{"tell", "--board", "list"}, "no robot board"},
+      {{"tell", "--board", "--device-id", "VR-A", "list"}, "a board has one robot"},
   };
   for (const Case& row : kCases) {
     SCOPED_TRACE(row.reason);

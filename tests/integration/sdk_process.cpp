@@ -43,6 +43,7 @@ Process::Process(const std::vector<std::string>& command) {
       const std::lock_guard lock(mutex_);
       output_.append(chunk.data(), static_cast<std::size_t>(size));
     }
+    drained_ = true;
   });
 }
 
@@ -61,9 +62,8 @@ void Process::signal(int number) const {
 
 bool Process::says(const std::string& text, std::uint32_t limitMs) {
   const auto said = [&] { return output().find(text) != std::string::npos; };
-  static_cast<void>(waitUntil([&] { return said() || ended(); }, limitMs));
-  // What an ended process wrote may still be on its way through the pipe.
-  return waitUntil(said, ended() ? 2000 : 0);
+  static_cast<void>(waitUntil([&] { return said() || finish(0); }, limitMs));
+  return said();
 }
 
 std::string Process::output() const {
@@ -72,7 +72,11 @@ std::string Process::output() const {
 }
 
 std::optional<int> Process::finish(std::uint32_t limitMs) {
-  static_cast<void>(waitUntil([this] { return ended(); }, limitMs));
+  // What an ended process wrote may still be on its way through the pipe. A child of its own that
+  // outlives it may hold that open.
+  if (waitUntil([this] { return ended(); }, limitMs)) {
+    static_cast<void>(waitUntil([this] { return drained_.load(); }, 2000));
+  }
   return status_;
 }
 

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -27,6 +28,7 @@ class Process {
   [[nodiscard]] bool says(const std::string& text, std::uint32_t limitMs);
   [[nodiscard]] std::string output() const;
   /// Exit status of the process, -N when signal N ended it; nothing: it still runs at the limit.
+  /// When it has ended, so has its output.
   [[nodiscard]] std::optional<int> finish(std::uint32_t limitMs);
 
  private:
@@ -37,6 +39,7 @@ class Process {
   int pipe_ = -1;
   mutable std::mutex mutex_;  // guards output_
   std::string output_;
+  std::atomic<bool> drained_{false};  // the pipe has ended
   std::thread reader_;
 };
 

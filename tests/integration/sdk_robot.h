@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "VirtualRobot.h"
@@ -59,12 +60,19 @@ class RobotProcess : public Process {
 
   /// What it answers to a scripted fault.
   [[nodiscard]] std::string tell(const std::string& fault) const {
-    Process teller(command({"tell", "--device-id", deviceId_}, {fault}));
-    static_cast<void>(teller.finish(kLimitMs));
-    return teller.output();
+    return answer({"tell", "--device-id", deviceId_}, fault);
+  }
+  /// The same on the robot board.
+  [[nodiscard]] static std::string tellOnBoard(const std::string& fault) {
+    return answer({"tell", "--board"}, fault);
   }
 
  private:
+  static std::string answer(std::vector<std::string> words, const std::string& fault) {
+    Process teller(command(std::move(words), {fault}));
+    static_cast<void>(teller.finish(kLimitMs));
+    return teller.output();
+  }
   static std::vector<std::string> command(std::vector<std::string> words,
                                           const std::vector<std::string>& more) {
     words.insert(words.begin(), VIRTUAL_ROBOT);

@@ -8,6 +8,8 @@
 namespace sdk_test {
 namespace {
 
+constexpr std::uint32_t kDaemonSeconds = 30;  // on the robot board only
+
 Json::Value stateMember(const Client& client, const char* path) {
   std::string text;
   if (!client->queryMotionState(&text, kRequestMs)) return {};
@@ -15,6 +17,14 @@ Json::Value stateMember(const Client& client, const char* path) {
   std::istringstream stream(text);
   if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &document, nullptr)) return {};
   return Json::Path(path).resolve(document);
+}
+
+Client connected(std::shared_ptr<IMotionHighLevelClient> handle, std::uint32_t leaseMs) {
+  Client client{std::move(handle), nullptr};
+  if (!client.handle) return client;
+  client.seen = Seen::watch(*client.handle);
+  if (!client->connect(leaseMs)) client.handle.reset();
+  return client;
 }
 
 }  // namespace
@@ -30,7 +40,7 @@ Sdk::Sdk(std::function<void()> onAnswer) {
         }
         if (onAnswer) onAnswer();
       });
-  initialised_ = service->initial(nullptr, "sdkTest", 0);
+  initialised_ = service->initial(nullptr, "sdkTest", kDaemonSeconds);
 }
 
 Sdk::~Sdk() {
@@ -94,11 +104,11 @@ void Seen::forgetStates() {
 }
 
 Client connectTo(const std::string& device, std::uint32_t leaseMs) {
-  Client client{IMotionHighLevelClient::create(device), nullptr};
-  if (!client.handle) return client;
-  client.seen = Seen::watch(*client.handle);
-  if (!client->connect(leaseMs)) client.handle.reset();
-  return client;
+  return connected(IMotionHighLevelClient::create(device), leaseMs);
+}
+
+Client connectOnBoard(bool asMaster, std::uint32_t leaseMs) {
+  return connected(IMotionHighLevelClient::create(asMaster), leaseMs);
 }
 
 bool takeControl(const Client& client, std::uint32_t limitMs) {

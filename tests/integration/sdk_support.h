@@ -30,7 +30,7 @@ inline constexpr bool kSanitized = true;
 inline constexpr bool kSanitized = false;
 #endif
 
-/// The service, initialised on the loopback interface while this lives.
+/// The service, initialised while this lives: on the loopback interface, or on the robot board.
 class Sdk {
  public:
   /// `onAnswer` runs inside the discover callback, after the answer has been counted.
@@ -89,6 +89,8 @@ struct Client {
 
 /// A connected client of `device`; its handle is empty when that failed.
 [[nodiscard]] Client connectTo(const std::string& device, std::uint32_t leaseMs = 60000);
+/// The same on the robot board.
+[[nodiscard]] Client connectOnBoard(bool asMaster, std::uint32_t leaseMs = 60000);
 /// True when control was granted.
 [[nodiscard]] bool takeControl(const Client& client, std::uint32_t limitMs = 20000);
 /// Switches both streams of observed state on. False when the robot refused.

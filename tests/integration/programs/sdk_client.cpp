@@ -1,4 +1,5 @@
 // sdk_client SCENARIO DEVICE [NUMBER]: an application with one client, as a process of its own.
+// DEVICE: a robot's device id, or, on the robot board, --master or --not-master.
 // Prints "state S C" for each connect callback, "in control" once a scenario that wants control has
 // it, and what the scenario itself has to say. NUMBER: the lease in ms, or how many rounds. Exit
 // status 0: all went as it should. The client is alive in a static object until the process ends.
@@ -28,6 +29,7 @@ using orvane::RobotSdk::IMotionHighLevelClient;
 using orvane::RobotSdk::IMotionSdkService;
 
 constexpr std::uint32_t kRequestMs = 10000;
+constexpr std::uint32_t kDaemonSeconds = 30;  // on the robot board only
 constexpr auto kPatience = std::chrono::seconds(60);
 
 std::string device;
@@ -51,12 +53,18 @@ void say(const std::string& text) {
 bool startService() {
   auto* service = IMotionSdkService::instance();
   service->setNetworkInterface("lo");
-  return service->initial(nullptr, "sdkClient", 0);
+  return service->initial(nullptr, "sdkClient", kDaemonSeconds);
+}
+
+std::shared_ptr<IMotionHighLevelClient> create() {
+  const bool asMaster = device == "--master";
+  if (asMaster || device == "--not-master") return IMotionHighLevelClient::create(asMaster);
+  return IMotionHighLevelClient::create(device);
 }
 
 /// Connects `robot` and switches its streams on.
 bool connect(const std::shared_ptr<Progress>& progress) {
-  robot = IMotionHighLevelClient::create(device);
+  robot = create();
   if (!robot) return false;
   const auto update = [progress](auto change) {
     const std::lock_guard<std::mutex> lock(progress->mutex);
