@@ -3,7 +3,7 @@
 
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
-.PHONY: help setup build demo test test-asan test-tsan fuzz test-fuzz bench bench-long format check-format clean
+.PHONY: help setup build demo demo-board test test-asan test-tsan fuzz test-fuzz bench bench-long format check-format clean
 
 JOBS ?= $(shell nproc)
 TEST_JOBS ?= 2
@@ -14,11 +14,12 @@ FIXED_ADDRESSES = $$(setarch -R true 2>/dev/null && echo setarch -R)
 
 help:
 	@echo "make demo       start a virtual robot and walk it through a square"
+	@echo "make demo-board the same twice on the robot's own board, made up in a sandbox"
 	@echo "make test       build everything and run all tests and the format check"
 	@echo "make test-asan  the same under the address and undefined-behaviour sanitizers"
 	@echo "make test-tsan  the same under the thread sanitizer"
 	@echo "make fuzz       run each fuzz target for a minute (FUZZ_SECONDS=n: for n seconds)"
-	@echo "make bench      run the benchmarks (build/release/bench/bench.json holds the figures, too)"
+	@echo "make bench      run the benchmarks (build/release/bench/bench*.json hold the figures, too)"
 	@echo "make bench-long the same with more samples, and a soak (BENCH_OPTIONS='--soak 600': its seconds)"
 	@echo "make build      build everything (build/dev)"
 	@echo "make format     format the sources in place"
@@ -38,6 +39,10 @@ build: build/dev/build.ninja
 demo: build/dev/build.ninja
 	$(call CMAKE_BUILD,dev) --target virtual-robot walk_square
 	@examples/run-demo build/dev
+
+demo-board: build/dev/build.ninja
+	$(call CMAKE_BUILD,dev) --target virtual-robot walk_square
+	@tools/board-sandbox --alone examples/run-demo --board build/dev
 
 test: build
 	ctest --preset dev -j $(TEST_JOBS)
@@ -61,8 +66,9 @@ test-fuzz: fuzz
 bench bench-long:
 	@tools/install-dependencies bench
 	cmake --preset release
-	$(call CMAKE_BUILD,release) --target bench_host
+	$(call CMAKE_BUILD,release) --target bench_host bench_shm
 	tools/isolated build/release/bench/bench_host --json build/release/bench/$@.json $(BENCH_OPTIONS)
+	tools/isolated build/release/bench/bench_shm --json build/release/bench/$@-shm.json $(BENCH_OPTIONS)
 
 bench-long: BENCH_OPTIONS += --long
 

@@ -1,20 +1,36 @@
-# orvane_test(NAME [BOARD] SOURCES ... LIBS ... [TIMEOUT seconds] [ARGS ...])
+# orvane_test(NAME [BOARD [OPTIONS ...]] SOURCES ... LIBS ... [TIMEOUT seconds] [ARGS ...])
 # One test program, run by ctest in namespaces of its own: loopback with multicast, its own /tmp and
-# /dev/shm. Nothing it does reaches another interface or another test.
+# /dev/shm. Nothing it does reaches another interface or another test. With BOARD it finds itself on the
+# robot board (tools/board-sandbox, OPTIONS are the sandbox's).
 function(orvane_test name)
-  cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LIBS;ARGS" ${ARGN})
+  cmake_parse_arguments(T "BOARD" "TIMEOUT" "SOURCES;LIBS;ARGS;OPTIONS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   target_link_libraries(${name} PRIVATE orvane_options ${T_LIBS} GTest::gmock GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
-  orvane_add_isolated_test(${name} COMMAND $<TARGET_FILE:${name}> ${T_ARGS} TIMEOUT ${T_TIMEOUT})
+  set(command COMMAND $<TARGET_FILE:${name}> ${T_ARGS} TIMEOUT ${T_TIMEOUT})
+  if(T_BOARD)
+    orvane_add_board_test(${name} OPTIONS ${T_OPTIONS} ${command})
+  else()
+    orvane_add_isolated_test(${name} ${command})
+  endif()
 endfunction()
 
 function(orvane_add_isolated_test name)
   cmake_parse_arguments(T "" "TIMEOUT" "COMMAND" ${ARGN})
-  if(NOT T_TIMEOUT)
-    set(T_TIMEOUT 120)
+  orvane_add_test(${name} "${T_TIMEOUT}" ${PROJECT_SOURCE_DIR}/tools/isolated ${T_COMMAND})
+endfunction()
+
+function(orvane_add_board_test name)
+  cmake_parse_arguments(T "" "TIMEOUT" "OPTIONS;COMMAND" ${ARGN})
+  orvane_add_test(${name} "${T_TIMEOUT}" ${PROJECT_SOURCE_DIR}/tools/board-sandbox --alone ${T_OPTIONS}
+    -- ${T_COMMAND})
+endfunction()
+
+function(orvane_add_test name seconds)  # further arguments: the command
+  if(NOT seconds)
+    set(seconds 120)
   endif()
-  add_test(NAME ${name} COMMAND ${PROJECT_SOURCE_DIR}/tools/isolated ${T_COMMAND})
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${T_TIMEOUT} ENVIRONMENT
+  add_test(NAME ${name} COMMAND ${ARGN})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${seconds} ENVIRONMENT
     "ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1;UBSAN_OPTIONS=print_stacktrace=1;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp:second_deadlock_stack=1:ignore_noninstrumented_modules=1;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp")
 endfunction()

@@ -25,6 +25,9 @@ void printHelp(std::ostream& out) {
          "usage: walk_square [option...]\n"
          "  --interface NAME   network interface to find the robot on (default: DDS chooses)\n"
          "  --device ID        the robot's device id (default: the first robot that answers)\n"
+         "  --board            run on the robot's own board, or as if on it (tools/board-sandbox)\n"
+         "  --master           on the board: be the master, whose commands go to the brain board,\n"
+         "                     not to the motion board\n"
          "  --timeout SECONDS  how long to look for the robot, and how long to wait for control\n"
          "                     of it (1 to 3600, default 20)\n"
          "  --verbose          show the library's whole log, not only its warnings\n"
@@ -51,6 +54,10 @@ Options parseOptions(int argc, char** argv) {
       options.device = value();
     } else if (name == "--timeout") {
       options.timeoutSeconds = parseSeconds(value());
+    } else if (name == "--board") {
+      options.board = true;
+    } else if (name == "--master") {
+      options.master = true;
     } else if (name == "--verbose") {
       options.verbose = true;
     } else if (name == "--help" || name == "-h") {
@@ -58,6 +65,12 @@ Options parseOptions(int argc, char** argv) {
     } else {
       throw std::invalid_argument("unknown option '" + name + "'; --help lists the options");
     }
+  }
+  if (options.board && !(options.interface.empty() && options.device.empty())) {
+    throw std::invalid_argument("--board has one robot; --interface and --device don't go with it");
+  }
+  if (options.master && !options.board) {
+    throw std::invalid_argument("--master goes with --board only");
   }
   return options;
 }

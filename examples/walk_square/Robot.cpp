@@ -21,6 +21,7 @@ using orvane::RobotSdk::ObservedSensorRecord;
 
 constexpr std::uint32_t kRequestMs = 3000;
 constexpr std::uint32_t kLeaseMs = 60000;
+constexpr std::uint32_t kDaemonSeconds = 10;  // for the shared-memory daemon of a board that boots
 constexpr std::uint32_t kConnected = 1;
 constexpr std::uint32_t kInControl = 2;
 constexpr std::uint32_t kWarning = 3;
@@ -106,9 +107,15 @@ Robot::Robot(const Options& options, std::shared_ptr<Console> console,
         seen->changed.notify_all();
       });
   if (!options_.interface.empty()) service_->setNetworkInterface(options_.interface.c_str());
-  if (!service_->initial(nullptr, "walk_square", 0)) {
+  if (!service_->initial(nullptr, "walk_square", kDaemonSeconds)) {
     throw Failure("the library could not be initialised; --verbose shows its log");
   }
+  const bool onBoard = !service_->isMultiDevice();
+  if (onBoard == options_.board) return;
+  service_->shutdown();  // the destructor doesn't run
+  throw Failure(onBoard
+                    ? "this is a robot board; --board walks its robot"
+                    : "this isn't a robot board; tools/board-sandbox runs a command as if on one");
 }
 
 Robot::~Robot() {
@@ -124,6 +131,11 @@ Robot::~Robot() {
 }
 
 void Robot::find() {
+  if (options_.board) {
+    device_ = options_.master ? "this board's, as master" : "this board's";
+    name_ = "this board's robot";
+    return;
+  }
   console_->line("Looking for " +
                  (options_.device.empty() ? "a robot" : "robot " + options_.device) + " ...");
   setActivity("looking");
@@ -145,13 +157,15 @@ void Robot::find() {
   }
   const std::lock_guard<std::mutex> lock(observations_->mutex);
   device_ = options_.device.empty() ? observations_->devices.front() : options_.device;
+  name_ = "robot " + device_;
 }
 
 void Robot::connect() {
-  console_->line("Connecting to " + device_ + " ...");
+  console_->line("Connecting to " + name_ + (options_.master ? " as master ..." : " ..."));
   setActivity("connecting");
-  client_ = IMotionHighLevelClient::create(device_);
-  if (!client_) throw Failure("no client could be made for robot " + device_);
+  client_ = options_.board ? IMotionHighLevelClient::create(options_.master)
+                           : IMotionHighLevelClient::create(device_);
+  if (!client_) throw Failure("no client could be made for " + name_);
   client_->setConnectCallback([seen = observations_](std::uint32_t state, std::uint32_t code) {
     const std::lock_guard<std::mutex> lock(seen->mutex);
     seen->state = state;
@@ -166,14 +180,23 @@ void Robot::connect() {
   client_->setSensorObservedCallback(
       [seen = observations_](const ObservedSensorRecord& record) { observe(*seen, record); });
   demand("connect", [this] { return client_->connect(kLeaseMs); });
+  if (options_.board) {  // nobody has answered yet: there was no discovery
+    std::string state;
+    if (!client_->queryMotionState(&state, kRequestMs)) {
+      throw Failure("no robot serves this board: error " + errorText(client_->getLastError()));
+    }
+  }
   // Both streams of observed state are off until they are asked for.
   request("setMotionObservedEnable", [this] {
     std::string accepted;
     return client_->setMotionObservedEnable(R"({"motionEnable":true,"sensorEnable":true})",
                                             &accepted, kRequestMs);
   });
-  if (!waitUntil([](const Observations& seen) { return seen.sensorSamples > 0; }, 5s)) {
-    throw Failure("the robot sent no odometry within 5 s");
+  const auto bothFlow = [](const Observations& seen) {
+    return seen.sensorSamples > 0 && seen.motionSamples > 0;
+  };
+  if (!waitUntil(bothFlow, 5s)) {
+    throw Failure("the robot sent no odometry or no motion state within 5 s");
   }
 }
 
@@ -190,7 +213,7 @@ void Robot::takeControl() {
   {
     const std::lock_guard<std::mutex> lock(observations_->mutex);
     if (!decided || observations_->state != kInControl) {
-      throw Failure("control of robot " + device_ + " was not granted: error " +
+      throw Failure("control of " + name_ + " was not granted: error " +
                     errorText(observations_->code));
     }
   }

@@ -99,6 +99,7 @@ class Robot {
   orvane::RobotSdk::IMotionSdkService* const service_;
   std::shared_ptr<orvane::RobotSdk::IMotionHighLevelClient> client_;
   std::string device_;
+  std::string name_;  // for the user
   std::string lease_ = "none";
   std::string activity_;
   std::vector<double> requestMs_;

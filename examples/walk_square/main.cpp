@@ -21,6 +21,7 @@ void requestInterrupt(int) {
 }
 
 constexpr double kSideMetres = 1.2;
+constexpr double kMostMissMetres = 0.2;
 constexpr int kExitInterrupted = 130;
 constexpr int kExitUsage = 2;
 
@@ -35,6 +36,7 @@ void walk(const walk_square::Options& options,
   const double miss = walk_square::SquareWalk(robot, kSideMetres).run();
   char text[80];
   std::snprintf(text, sizeof text, "Back at the start, %.2f m beside it by odometry.", miss);
+  if (miss > kMostMissMetres) throw walk_square::Failure(std::string(text) + " That's no square.");
   console->line(text);
   robot.lieDown();
   robot.release();
