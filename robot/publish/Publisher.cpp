@@ -15,9 +15,13 @@ constexpr std::uint64_t kReportEveryMs = 1000;
 void Publisher::publish(const BodyState& body, bool withSensors) noexcept {
   if (voice_->isSilent()) return;
   const bool spoilt = voice_->talksNonsense();
+  tryWrite(&Publisher::writeMotion, body, spoilt);
+  if (withSensors) tryWrite(&Publisher::writeSensors, body, spoilt);
+}
+
+void Publisher::tryWrite(Write write, const BodyState& body, bool spoilt) noexcept {
   try {
-    writeMotion(body, spoilt);
-    if (withSensors) writeSensors(body, spoilt);
+    (this->*write)(body, spoilt);
   } catch (const std::exception& failure) {
     reportFailure(failure.what());
   }

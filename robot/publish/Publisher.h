@@ -33,6 +33,8 @@ class Publisher {
   virtual void writeMotion(const BodyState& body, bool spoilt) = 0;
   virtual void writeSensors(const BodyState& body, bool spoilt) = 0;
 
+  using Write = void (Publisher::*)(const BodyState& body, bool spoilt);
+  void tryWrite(Write write, const BodyState& body, bool spoilt) noexcept;
   void reportFailure(const char* text) noexcept;
 
   const std::shared_ptr<Voice> voice_;

@@ -60,22 +60,27 @@ class Stream {
 /// itself later.
 class LocalHighLevelObsImpl::Polling {
  public:
+  [[nodiscard]] static std::shared_ptr<Polling> make(std::weak_ptr<LocalHighLevelObsImpl> source,
+                                                     ReaderPtr sensorReader,
+                                                     ReaderPtr motionReader) {
+    auto made = std::make_shared<Polling>(std::move(source), std::move(sensorReader),
+                                          std::move(motionReader));
+    // Weak, since the object owns the thread that owns this function.
+    const auto body = [weak = std::weak_ptr<Polling>(made)] {
+      if (const auto running = weak.lock()) running->run();
+    };
+    made->thread_ = std::make_unique<CThreadLite>("robotSdk:HLLObs", 64, 0, 0, body);
+    return made;
+  }
+  /// Made by make only.
   Polling(std::weak_ptr<LocalHighLevelObsImpl> source, ReaderPtr sensorReader,
           ReaderPtr motionReader)
       : sensor(std::move(sensorReader)),
         motion(std::move(motionReader)),
         source_(std::move(source)) {}
 
-  /// False: the system has no thread.
-  [[nodiscard]] static bool begin(const std::shared_ptr<Polling>& self) {
-    // Weak, since the object owns the thread that owns this function.
-    self->thread_ = std::make_unique<CThreadLite>("robotSdk:HLLObs", 64, 0, 0,
-                                                  [weak = std::weak_ptr<Polling>(self)] {
-                                                    if (const auto running = weak.lock())
-                                                      running->run();
-                                                  });
-    return self->thread_->createThread();
-  }
+  /// False: the system has no thread. Ended before: the thread ends at once.
+  [[nodiscard]] bool begin() { return thread_->createThread(); }
 
   /// No delivery begins once this has begun. Waits for the one under way, see stop.
   void end() {
@@ -136,13 +141,13 @@ bool LocalHighLevelObsImpl::start() {
     MOTION_LOG(kUnit, level::kError, "open local motion observed shared memory failed");
     return false;
   }
-  const auto polling = std::make_shared<Polling>(weak_from_this(), sensorReader_, motionReader_);
+  const auto polling = Polling::make(weak_from_this(), sensorReader_, motionReader_);
   {
     const Lock lock(mutex);
     polling_ = polling;
     started = true;
   }
-  if (Polling::begin(polling)) return true;
+  if (polling->begin()) return true;
   const Lock lock(mutex);
   polling_.reset();
   started = false;

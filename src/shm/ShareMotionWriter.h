@@ -17,10 +17,10 @@ namespace Robot::Motion {
 /// The writing end of a channel: made, initialised, open, closed. A closed one isn't opened again;
 /// another one is made.
 ///
-/// Threading contract: writes by one thread at a time, and not while init or close runs: the caller
-/// sees to that, since a write takes no lock. init, open and close among themselves: any thread.
-/// lock_ guards initialised_, open_ and the changes of publisher_; nothing but the platform's own
-/// locks is taken under it.
+/// Threading contract: writes by one thread at a time, and not while init, open or close runs: the
+/// caller sees to that, since a write takes no lock. init, open and close among themselves: any
+/// thread. lock_ guards initialised_, open_ and the changes of publisher_; nothing but the
+/// platform's own locks is taken under it.
 class ShareMotionWriter {
  public:
   ShareMotionWriter(const ShareMotionWriter&) = delete;

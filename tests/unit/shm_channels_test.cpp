@@ -242,7 +242,7 @@ TEST_F(ShmChannels, AWriteGivesUpAfterItsAttemptsWithoutALineAndGoesOnWhenAChunk
   EXPECT_TRUE(writer.write({}, -1));
 }
 
-TEST_F(ShmChannels, AControlReaderRefusesShortRecordsAndTakesLongerOnes) {
+TEST_F(ShmChannels, ReadersRefuseShortRecordsAndTakeLongerOnes) {
   const auto reader = std::make_shared<ShareMotionCtrlReader>();
   EXPECT_FALSE(reader->initial([](const auto*) {}));
   EXPECT_FALSE(reader->init(config({})));
@@ -275,6 +275,16 @@ TEST_F(ShmChannels, AControlReaderRefusesShortRecordsAndTakesLongerOnes) {
   EXPECT_TRUE(publishRaw(*publisher, 472, 7));
   EXPECT_EQ(others, 1);
   EXPECT_EQ(first, 0x05050505U);
+
+  const auto dataReader = std::make_shared<ShareMotionDataReader>();
+  ASSERT_TRUE(dataReader->init(channel("dataSizes")));
+  std::atomic<int> whole{0};
+  ASSERT_TRUE(dataReader->initial([&](const auto*) { ++whole; }));
+  const auto data =
+      ShareMotionDomain::instance(MotionChannel::kData).node()->publisher("dataSizes");
+  EXPECT_TRUE(publishRaw(*data, 779, 8) && publishRaw(*data, 780, 9));
+  EXPECT_TRUE(waitUntil([&] { return whole == 1; }));
+  EXPECT_THAT(log_.take(), ElementsAre(LogLine{4, "invalid motion data size 779\n"}));
 }
 
 TEST_F(ShmChannels, DataRecordsArriveByteForByteAlsoAtAReaderThatEndsInsideItsCallback) {

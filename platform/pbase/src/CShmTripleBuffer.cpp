@@ -21,9 +21,9 @@ using PBase::CTime;
 using PBase::VirtualTime;
 
 constexpr int kAttempts = 8;
-constexpr std::uint64_t kPauseMs = 100;  // between looks for a successor, and between repairs
-constexpr std::uint32_t kCallsPerTick =
-    8;  // of a reader that calls more often than the clock ticks
+constexpr std::uint64_t kPauseMs = 100;       // between looks for a successor, and between repairs
+constexpr std::uint32_t kManyInATick = 64;    // of the clock: then a reader calls without a pause,
+constexpr std::uint32_t kUnclockedCalls = 7;  // and so many of its calls don't ask it
 constexpr std::uint32_t kRefusal = 3;
 constexpr std::uint32_t kFailure = 4;
 
@@ -64,6 +64,7 @@ struct __attribute__((visibility("hidden"))) CShmTripleBuffer::Impl {
   alignas(kLine) std::atomic<std::uint64_t> newestSeen{0};
   std::atomic<std::uint32_t> unclocked{0};  // calls to come that needn't ask the clock
   std::atomic<std::uint64_t> clockedMs{0};  // when one asked it last
+  std::atomic<std::uint32_t> inTick{0};     // how often it gave that time again
   std::atomic<std::uint64_t> lookedMs{0};   // when one looked for a successor last
   std::atomic<bool> looking{false};
   ShmIdentity identity;  // of what is mapped
@@ -171,18 +172,21 @@ bool CShmTripleBuffer::Impl::followed(std::uint64_t number) noexcept {
   return !lock.isHeld() && isLookDue() && look();
 }
 
-/// Reading the clock takes as long as copying a small record. Who calls several times within its
-/// tick asks it at some of the calls only.
+/// Reading the clock takes as long as copying a small record. Who calls without a pause asks it at
+/// some of the calls only.
 bool CShmTripleBuffer::Impl::isLookDue() noexcept {
   if (const std::uint32_t left = unclocked.load(std::memory_order_relaxed); left != 0) {
     unclocked.store(left - 1, std::memory_order_relaxed);
     return false;
   }
   const std::uint64_t now = roughMilliseconds();
-  if (now == clockedMs.load(std::memory_order_relaxed)) {
-    unclocked.store(kCallsPerTick - 1, std::memory_order_relaxed);
-  } else {
+  if (now != clockedMs.load(std::memory_order_relaxed)) {
     clockedMs.store(now, std::memory_order_relaxed);
+    inTick.store(0, std::memory_order_relaxed);
+  } else if (const auto count = inTick.load(std::memory_order_relaxed); count < kManyInATick) {
+    inTick.store(count + 1, std::memory_order_relaxed);
+  } else {
+    unclocked.store(kUnclockedCalls, std::memory_order_relaxed);
   }
   // A difference, so that a clock which was set back doesn't keep it from looking.
   return now - lookedMs.load(std::memory_order_relaxed) >= kPauseMs;
@@ -272,6 +276,7 @@ int CShmTripleBuffer::get(void* destination, std::uint32_t size, std::uint64_t* 
   if (size == 0 || size > self.recordSize || destination == nullptr) return kRefused;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     const std::uint64_t state = self.mapping.state();
+    if (!ShmMapping::isSettled(state)) continue;
     const std::uint64_t number = self.view.latest();
     if (self.followed(number)) continue;
     const SharedWord* const slot = self.view.slot(number);

@@ -14,7 +14,10 @@
 namespace Pexal::Memory {
 namespace {
 
-constexpr std::uint64_t kLost = 1;  // the lowest bit of a state; the others count the objects
+// A state: two bits, the others count the objects.
+constexpr std::uint64_t kLost = 1;
+constexpr std::uint64_t kChanging = 2;  // replace is under way
+constexpr std::uint64_t kOneObject = 4;
 
 /// Every mapping of the process, in a form that a signal handler can read: plain atomics, never
 /// freed. A place is free while its `begin` is 0.
@@ -48,9 +51,9 @@ bool putMemoryInPlace(std::uintptr_t address) {
 }
 
 /// Another object, and it isn't lost.
-void nextObject(Guarded& place) {
+void nextObject(Guarded& place, std::uint64_t bits) {
   std::uint64_t state = place.state.load();
-  while (!place.state.compare_exchange_weak(state, (state | kLost) + 1)) {
+  while (!place.state.compare_exchange_weak(state, (state / kOneObject + 1) * kOneObject + bits)) {
   }
 }
 
@@ -125,7 +128,7 @@ bool ShmMapping::map(const ShmFile& file, std::size_t size, bool writable) {
   size_ = size;
   guard_ = place;
   state_ = &guarded[place].state;
-  nextObject(guarded[place]);
+  nextObject(guarded[place], 0);
   guarded[place].size = size;
   guarded[place].protection = protectionFor(writable);
   guarded[place].begin = reinterpret_cast<std::uintptr_t>(address);
@@ -139,12 +142,11 @@ bool ShmMapping::replace(const ShmFile& file, bool writable) {
   }
   // Told before it happens: a loss in between must not be taken back.
   const bool wasLost = isLost();
-  nextObject(guarded[guard_]);
+  nextObject(guarded[guard_], kChanging);
   guarded[guard_].protection = protectionFor(writable);
   const void* const made = ::mmap(address_, size_, protectionFor(writable), MAP_SHARED | MAP_FIXED,
                                   file.descriptor(), 0);
-  // And told again, without a word on a loss, to those who began to read in between.
-  guarded[guard_].state.fetch_add(2);
+  guarded[guard_].state.fetch_and(~kChanging);
   if (made != MAP_FAILED) return true;
   if (wasLost) guarded[guard_].state.fetch_or(kLost);
   return false;
@@ -159,6 +161,10 @@ void ShmMapping::unmap() noexcept {
   state_ = nullptr;
   address_ = nullptr;
   size_ = 0;
+}
+
+bool ShmMapping::isSettled(std::uint64_t state) noexcept {
+  return (state & kChanging) == 0;
 }
 
 bool ShmMapping::isLost() const noexcept {

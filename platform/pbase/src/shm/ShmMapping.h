@@ -40,10 +40,13 @@ class ShmMapping {
   /// that coincides with it may be told when there is none any more.
   [[nodiscard]] bool isLost() const noexcept;
   /// A number that is another one after what stands behind the address has changed, by a loss or by
-  /// replace: what is read between two equal answers comes from one object. Only while mapped.
+  /// replace: what is read between two equal, settled answers comes from one object. Only while
+  /// mapped.
   [[nodiscard]] std::uint64_t state() const noexcept {
     return state_->load(std::memory_order_acquire);
   }
+  /// False while replace is under way.
+  [[nodiscard]] static bool isSettled(std::uint64_t state) noexcept;
 
  private:
   void* address_ = nullptr;
