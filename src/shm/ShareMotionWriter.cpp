@@ -34,7 +34,7 @@ bool ShareMotionWriter::init(const Json::Value& config) {
   if (initialised_) return false;
   const ChannelStart start = startOn(channel_, config);
   if (start.node == nullptr) return false;
-  auto publisher = start.node->publisher(start.name);
+  auto publisher = start.node->publisher(start.name, rowOf(channel_).pool);
   if (publisher == nullptr || !publisher->isReady()) return false;
   publisher_ = std::move(publisher);
   initialised_ = true;

@@ -176,17 +176,15 @@ class Keeper {
   std::shared_ptr<SharedMemSubscriber> subscriber_;
 };
 
-/// Both channels of this process, with chunks that could hold more than a record: so another
-/// process's publisher, with another pool, is played here.
+/// Both channels of this process, in one domain, and a pool of larger chunks, as another process's
+/// publisher may have.
 class ShmChannels : public testing::Test {
  protected:
   static void SetUpTestSuite() {
+    ASSERT_TRUE(SharedMemDomain::instance("c")->declarePools({{"big", kChunkSize, kChunks}}));
     for (const Voice& voice : kVoices) {
-      const std::string name = "channels." + voice.longName.substr(7);
-      ASSERT_TRUE(SharedMemDomain::instance(name)->declarePools({{"big", kChunkSize, kChunks}}));
-      ASSERT_TRUE(SharedMemDomain::instance(name)->initial({}));
       ASSERT_TRUE(ShareMotionDomain::instance(voice.channel)
-                      .init(config({{"domain", name}, {"node", "n"}, {"poolSize", 99}})));
+                      .init(config({{"domain", "c"}, {"node", "n"}, {"poolSize", kChunks}})));
     }
   }
   /// Publishes a chunk of that size, of which each byte is `fill`.

@@ -142,10 +142,12 @@ class PEXAL_API SharedMemNode {
   SharedMemNode& operator=(const SharedMemNode&) = delete;
 
   [[nodiscard]] virtual bool isReady() const noexcept = 0;
-  /// Becomes the publisher of channel `name`, with chunks of the domain's first pool (none
-  /// declared: every loan fails with ENOMEM). Never null; not ready, with a line in the log, when
-  /// the name is bad, another publisher of the channel lives, or the system refuses.
-  [[nodiscard]] virtual std::shared_ptr<SharedMemPublisher> publisher(const std::string& name) = 0;
+  /// Becomes the publisher of channel `name`, with chunks of the pool that was declared under
+  /// `pool` before the node was made; the first one when `pool` is empty. Without such a pool every
+  /// loan fails with ENOMEM. Never null; not ready, with a line in the log, when the name is bad,
+  /// another publisher of the channel lives, or the system refuses.
+  [[nodiscard]] virtual std::shared_ptr<SharedMemPublisher> publisher(
+      const std::string& name, const std::string& pool = {}) = 0;
   /// A subscriber of channel `name`, switched off. Never null.
   [[nodiscard]] virtual std::shared_ptr<SharedMemSubscriber> subscriber(
       const std::string& name) = 0;
@@ -161,8 +163,7 @@ class PEXAL_API SharedMemNode {
 /// and a place for each of up to 16 subscribers (further ones wait for a place). Both sides must
 /// run as the same user. The files stay when their publishers end.
 ///
-/// Threading contract: any thread; the operations are serialised by a mutex of the domain's own and
-/// block for nothing.
+/// Threading contract: any thread, nodes included; no operation waits for another process.
 class PEXAL_API SharedMemDomain {
  public:
   virtual ~SharedMemDomain();
@@ -172,8 +173,8 @@ class PEXAL_API SharedMemDomain {
   /// This process's object for the domain, made on first use. Empty when the name is bad.
   [[nodiscard]] static std::shared_ptr<SharedMemDomain> instance(const std::string& name);
 
-  /// Before initial. False when a pool has no name or a figure out of its range; then none is
-  /// declared. False after it, too.
+  /// For the nodes made from now on. False, with a line in the log, when a pool has no name or a
+  /// figure out of its range, or was declared with other figures before; then none is declared.
   virtual bool declarePools(const std::vector<SharedMemPool>& pools) = 0;
   /// `schedule`: how delivery threads run, {"policy": 0 the creator's, 1 first in first out, 2
   /// round robin, "priority": 1 to 99, 0 with policy 0}; null or an absent key: 0. False, with a

@@ -138,8 +138,8 @@ std::shared_ptr<SharedMemBuffer> Attachment::take() {
 
 bool Attachment::hold(std::uint32_t index, std::uint64_t sequence) noexcept {
   if (index >= segment_->geometry().chunkCount) return false;
-  if (slots_[index].isHeld.exchange(true, std::memory_order_acquire)) return false;
   ChunkHead& chunk = segment_->chunk(index);
+  if (slots_[index].isHeld.exchange(true, std::memory_order_acquire)) return false;
   chunk.holders.fetch_or(bit_);
   if (chunk.sequence.load() == sequence) return true;
   drop(index);
@@ -147,9 +147,10 @@ bool Attachment::hold(std::uint32_t index, std::uint64_t sequence) noexcept {
 }
 
 void Attachment::drop(std::uint32_t index) noexcept {
-  // In this order: the next hold of the chunk must not lose its bit to this one.
-  segment_->chunk(index).holders.fetch_and(~bit_, std::memory_order_release);
+  // In this order: the chunk isn't used again before the bit is gone, so the next hold finds the
+  // slot free.
   slots_[index].isHeld.store(false, std::memory_order_release);
+  segment_->chunk(index).holders.fetch_and(~bit_, std::memory_order_release);
 }
 
 void Attachment::skip() noexcept {
@@ -162,14 +163,14 @@ bool Attachment::sleep(const std::atomic<std::uint32_t>& word, std::uint32_t see
   FutexWord& wake = segment_->place(place_).wake;
   const std::uint32_t expected = wake.load(std::memory_order_acquire);
   head.sleeping.fetch_or(bit_);
-  bool isOver = false;
+  FutexEnd end = FutexEnd::kChanged;
   if (head.published.load() < next_ && head.retired.load() == 0 && word.load() == seen) {
     const ExternalWait outside;
-    isOver = !futexWait(wake, expected, kLongestSleepMs);
+    end = futexWait(wake, expected, kLongestSleepMs);
   }
-  // As a rule the publisher has taken the bit.
-  if ((head.sleeping.load(std::memory_order_relaxed) & bit_) != 0) head.sleeping.fetch_and(~bit_);
-  return !isOver;
+  // The publisher takes the bit when it wakes; after a kick it costs it one needless call.
+  if (end != FutexEnd::kWoken) head.sleeping.fetch_and(~bit_);
+  return end != FutexEnd::kTimeOut;
 }
 
 }  // namespace Pexal::PBase

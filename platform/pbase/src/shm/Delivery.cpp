@@ -151,17 +151,25 @@ void Delivery::leave(const std::shared_ptr<Attachment>& attachment) {
 }
 
 void Delivery::look(const Orders& orders) {
+  const bool isStale = former_ != nullptr && !hasSuccessor(*former_);
+  // Damage may be mended by what is published next, but not at once.
+  if (isStale && !former_->isSound() && pause(orders)) return;
   std::shared_ptr<Attachment> attachment;
-  const bool isWaste = former_ != nullptr && former_->isRetired() && !hasSuccessor(*former_);
-  if (!isWaste) attachment = join(orders.known);
-  if (attachment != nullptr) former_.reset();
-  std::unique_lock lock(mutex_);
-  const auto isChanged = [&] { return changes_ != orders.changes; };
+  if (!isStale || !former_->isRetired()) attachment = join(orders.known);
   if (attachment == nullptr) {
-    changed_.waitUntil(lock, CTime::getCurrentMicroSecond() + kLookUs, isChanged);
-  } else if (!isChanged()) {
-    attachment_.swap(attachment);
+    (void)pause(orders);
+    return;
   }
+  former_.reset();
+  const std::lock_guard lock(mutex_);
+  if (changes_ == orders.changes) attachment_.swap(attachment);
+}
+
+/// True when there is something new to go by.
+bool Delivery::pause(const Orders& orders) {
+  std::unique_lock lock(mutex_);
+  return changed_.waitUntil(lock, CTime::getCurrentMicroSecond() + kLookUs,
+                            [&] { return changes_ != orders.changes; });
 }
 
 bool Delivery::hasSuccessor(const Attachment& attachment) const {

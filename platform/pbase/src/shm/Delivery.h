@@ -49,6 +49,7 @@ class Delivery {
   [[nodiscard]] bool deliverNext(const Orders& orders);
   void leave(const std::shared_ptr<Attachment>& attachment);
   void look(const Orders& orders);
+  [[nodiscard]] bool pause(const Orders& orders);
   [[nodiscard]] bool hasSuccessor(const Attachment& attachment) const;
   [[nodiscard]] std::shared_ptr<Attachment> join(const Memory::ShmIdentity& known);
   void logException(const char* text);

@@ -38,7 +38,7 @@ std::optional<Schedule> scheduleFrom(const Json::Value& value) {
   if (!value.isObject()) return std::nullopt;
   const auto policy = numberIn(value, "policy", 2);
   const auto priority = numberIn(value, "priority", 99);
-  if (!policy || !priority) return std::nullopt;
+  if (!policy || !priority || (*policy == 0) != (*priority == 0)) return std::nullopt;
   return Schedule{*policy, *priority};
 }
 
@@ -58,10 +58,36 @@ std::shared_ptr<SharedMemDomain> SharedMemDomain::instance(const std::string& na
 }
 
 bool DomainImpl::declarePools(const std::vector<SharedMemPool>& pools) {
-  const std::lock_guard lock(mutex_);
-  if (initialised_ || !std::all_of(pools.begin(), pools.end(), isSound)) return false;
-  settings_.pools = pools;
-  return true;
+  const char* refusal = nullptr;
+  {
+    const std::lock_guard lock(mutex_);
+    for (const SharedMemPool& pool : pools) {
+      if (!isSound(pool)) {
+        refusal = "a figure is out of its range";
+      } else if (const auto* const former = settings_.find(pool.name); former == nullptr) {
+        continue;
+      } else if (former->chunkSize != pool.chunkSize || former->count != pool.count) {
+        refusal = "it was declared with other figures";
+      }
+      if (refusal != nullptr) break;
+    }
+    if (refusal == nullptr) {
+      for (const SharedMemPool& pool : pools) {
+        if (settings_.find(pool.name) == nullptr) settings_.pools.push_back(pool);
+      }
+      return true;
+    }
+  }
+  ILogger::instance()->log(4, "pbase", "[SharedMem]no pool declared in domain \"%s\": %s\n",
+                           settings_.name.c_str(), refusal);
+  return false;
+}
+
+const SharedMemPool* DomainSettings::find(const std::string& pool) const {
+  const auto found = std::find_if(pools.begin(), pools.end(), [&](const SharedMemPool& one) {
+    return pool.empty() || one.name == pool;
+  });
+  return found == pools.end() ? nullptr : &*found;
 }
 
 bool DomainImpl::initial(const Json::Value& schedule) {
@@ -101,12 +127,12 @@ std::string NodeImpl::fileNameOf(const std::string& channel) const {
   return settings_.name + ":" + channel;
 }
 
-std::shared_ptr<SharedMemPublisher> NodeImpl::publisher(const std::string& name) {
+std::shared_ptr<SharedMemPublisher> NodeImpl::publisher(const std::string& name,
+                                                        const std::string& pool) {
   if (!allows(name)) return std::make_shared<RingPublisher>();
   Geometry geometry;
-  if (!settings_.pools.empty()) {
-    const SharedMemPool& pool = settings_.pools.front();
-    geometry = {pool.chunkSize, static_cast<std::uint32_t>(pool.count)};
+  if (const SharedMemPool* const found = settings_.find(pool); found != nullptr) {
+    geometry = {found->chunkSize, static_cast<std::uint32_t>(found->count)};
   }
   return std::make_shared<RingPublisher>(fileNameOf(name), geometry);
 }

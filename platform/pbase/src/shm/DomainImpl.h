@@ -10,11 +10,14 @@
 
 namespace Pexal::PBase {
 
-/// What a node needs to know of its domain; fixed once the domain is initialised.
+/// What a node needs to know of its domain: as it was when the node was made.
 struct DomainSettings {
   std::string name;
   std::vector<SharedMemPool> pools;
   Schedule schedule;
+
+  /// By name, an empty one being the first; null when there is none.
+  [[nodiscard]] const SharedMemPool* find(const std::string& pool) const;
 };
 
 class DomainImpl final : public SharedMemDomain {
@@ -39,7 +42,8 @@ class NodeImpl final : public SharedMemNode {
   NodeImpl(std::string name, DomainSettings settings);
 
   [[nodiscard]] bool isReady() const noexcept override { return !name_.empty(); }
-  [[nodiscard]] std::shared_ptr<SharedMemPublisher> publisher(const std::string& name) override;
+  [[nodiscard]] std::shared_ptr<SharedMemPublisher> publisher(const std::string& name,
+                                                              const std::string& pool) override;
   [[nodiscard]] std::shared_ptr<SharedMemSubscriber> subscriber(const std::string& name) override;
 
  private:

@@ -16,14 +16,21 @@ namespace Pexal::PBase {
 using FutexWord = std::atomic<std::uint32_t>;
 static_assert(sizeof(FutexWord) == 4 && FutexWord::is_always_lock_free);
 
-/// Sleeps while the word is `expected`, for `limitMs` at most. False when that time is over. May
-/// return early for no reason.
-inline bool futexWait(FutexWord& word, std::uint32_t expected, std::uint32_t limitMs) noexcept {
+enum class FutexEnd {
+  kWoken,
+  kTimeOut,
+  kChanged,  ///< the word was another one, or a signal came
+};
+
+/// Sleeps while the word is `expected`, for `limitMs` at most.
+inline FutexEnd futexWait(FutexWord& word, std::uint32_t expected, std::uint32_t limitMs) noexcept {
   timespec limit{};
   limit.tv_sec = static_cast<std::time_t>(limitMs / 1000);
   limit.tv_nsec = static_cast<long>(limitMs % 1000) * 1'000'000;
-  return ::syscall(SYS_futex, &word, FUTEX_WAIT, expected, &limit, nullptr, 0) == 0 ||
-         errno != ETIMEDOUT;
+  if (::syscall(SYS_futex, &word, FUTEX_WAIT, expected, &limit, nullptr, 0) == 0) {
+    return FutexEnd::kWoken;
+  }
+  return errno == ETIMEDOUT ? FutexEnd::kTimeOut : FutexEnd::kChanged;
 }
 
 inline void futexWake(FutexWord& word) noexcept {

@@ -29,13 +29,12 @@ struct RingPublisher::Chunk final : SharedMemBuffer {
   }
   void lend(std::uint32_t size) {
     isOnLoan = true;
-    publishedAs = 0;
     size_ = size;
   }
 
   std::uint32_t index = 0;
   bool isOnLoan = false;
-  std::uint64_t publishedAs = 0;  ///< 0: free, as soon as nobody holds it
+  std::uint64_t publishedAs = 0;  ///< 0: its sequence is 0; free as soon as nobody holds it
 };
 
 SharedMemPublisher::~SharedMemPublisher() = default;
@@ -133,8 +132,8 @@ RingPublisher::Chunk* RingPublisher::findInRing() noexcept {
 bool RingPublisher::takeIfFree(Chunk& chunk) noexcept {
   if (chunk.isOnLoan || chunk.publishedAs > allTaken_) return false;
   ChunkHead& head = segment_->chunk(chunk.index);
-  if ((head.holders.load(std::memory_order_relaxed) & kAllPlaces) != 0) return false;
-  head.sequence.store(0);
+  if (chunk.publishedAs != 0) head.sequence.store(0);
+  chunk.publishedAs = 0;
   return (head.holders.load() & kAllPlaces) == 0;
 }
 

@@ -25,11 +25,10 @@ struct Start {
   std::uint32_t version = 0;
   std::uint32_t chunkSize = 0;
   std::uint32_t chunkCount = 0;
-  std::uint32_t retired = 0;
 };
-static_assert(offsetof(Start, retired) == offsetof(SegmentHead, retired));
+static_assert(offsetof(Start, chunkCount) == offsetof(SegmentHead, chunkCount));
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
-static_assert(sizeof(SegmentHead) == 3 * kLine && sizeof(ReaderPlace) == kLine);
+static_assert(sizeof(SegmentHead) == 2 * kLine && sizeof(ReaderPlace) == 2 * kLine);
 static_assert(sizeof(ChunkHead) == kLine);
 
 constexpr std::size_t kRingOffset = sizeof(SegmentHead) + kPlaces * sizeof(ReaderPlace);
@@ -116,7 +115,9 @@ std::unique_ptr<Segment> Segment::open(const std::string& name) {
     errno = EPROTO;
     return nullptr;
   }
-  if (start.retired != 0) {
+  std::uint32_t retired = 0;
+  (void)::pread(file.descriptor(), &retired, sizeof(retired), offsetof(SegmentHead, retired));
+  if (retired != 0) {
     errno = ENOENT;
     return nullptr;
   }

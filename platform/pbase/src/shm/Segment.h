@@ -14,10 +14,11 @@ namespace Pexal::PBase {
 
 // A publisher's segment, and how both sides use it.
 //
-//   head      what it is (written before it has its name), retired
-//             published                            the publisher writes
+//   head      what it is (written before it has its name)
+//             published, retired                   the publisher writes
 //             sleeping: a bit per place, joins     readers write; the publisher takes the bits
-//   places    16: cursor, wake word                the reader that has the place writes
+//   places    16: cursor                           the reader that has the place writes
+//                 wake word                        who wakes it writes
 //   ring      per sequence number: a chunk         the publisher writes
 //   chunks    sequence, size, payload              the publisher writes
 //             holders: a bit per place             readers write
@@ -97,15 +98,17 @@ struct SegmentHead {
   std::atomic<std::uint32_t> version;
   std::atomic<std::uint32_t> chunkSize;
   std::atomic<std::uint32_t> chunkCount;
-  std::atomic<std::uint32_t> retired;  ///< 1: nothing will be published any more
+  // On one line, since whoever needs one of them needs the others: readers write there only when
+  // they come and when they go to sleep.
   alignas(64) std::atomic<std::uint64_t> published;
-  alignas(64) std::atomic<std::uint32_t> sleeping;
-  std::atomic<std::uint32_t> joins;  ///< how often a reader came
+  std::atomic<std::uint32_t> sleeping;
+  std::atomic<std::uint32_t> joins;    ///< how often a reader came
+  std::atomic<std::uint32_t> retired;  ///< 1: nothing will be published any more
 };
 
-struct alignas(64) ReaderPlace {
-  std::atomic<std::uint64_t> cursor;  ///< the number it takes next; 0: it awaits nothing
-  FutexWord wake;
+struct ReaderPlace {
+  alignas(64) std::atomic<std::uint64_t> cursor;  ///< what it takes next; 0: it awaits nothing
+  alignas(64) FutexWord wake;  ///< the publisher's line, lest it takes the reader's
 };
 
 struct alignas(64) ChunkHead {
