@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <optional>
 
-#include "cases/Case.h"
+#include "cases/HostCases.h"
 #include "harness/Clock.h"
 #include "harness/ProcStat.h"
 

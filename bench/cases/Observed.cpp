@@ -4,7 +4,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "cases/Case.h"
+#include "cases/HostCases.h"
 
 namespace bench {
 namespace {
@@ -38,15 +38,6 @@ struct Side {
     threadAllocations.clear();
   }
 };
-
-Row rowOf(const char* id, const char* ours, const char* baseline, const char* unit) {
-  Row row;
-  row.id = id;
-  row.ours = ours;
-  row.baseline = baseline;
-  row.unit = unit;
-  return row;
-}
 
 /// Both sides in turn, after one round that isn't counted.
 void collectInTurn(Side& ours, Side& raw, std::uint32_t rounds, std::uint32_t count) {

@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "cases/Case.h"
+#include "cases/HostCases.h"
 #include "harness/Clock.h"
 
 namespace bench {
@@ -42,13 +42,9 @@ struct Side {
   }
 };
 
-Row rowOf(const char* id, const char* ours, const Side& mine, const Side& raw) {
-  Row row;
-  row.id = id;
-  row.ours = ours;
-  row.baseline = "raw reader, wait-set threads";
-  row.unit = "% of a core";
-  row = compare(std::move(row), mine.percent, raw.percent, std::nullopt, std::nullopt);
+Row shareRow(const char* id, const char* ours, const Side& mine, const Side& raw) {
+  Row row = compare(rowOf(id, ours, "raw reader, wait-set threads", "% of a core"), mine.percent,
+                    raw.percent, std::nullopt, std::nullopt);
   const auto perSecond = [](const Side& side) {
     return std::to_string(
         static_cast<long>(side.switches / static_cast<double>(side.percent.size())));
@@ -76,8 +72,8 @@ std::vector<Row> measureProcessor(const Plan& plan) {
       sides[(round + i) % sides.size()]->look(settleNs, sliceNs);
     }
   }
-  return {rowOf("processor.idle", "connected client, streams off", idle, reader),
-          rowOf("processor.observing", "client that observes at 500 Hz", observing, reader)};
+  return {shareRow("processor.idle", "connected client, streams off", idle, reader),
+          shareRow("processor.observing", "client that observes at 500 Hz", observing, reader)};
 }
 
 }  // namespace bench

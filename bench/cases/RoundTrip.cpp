@@ -7,7 +7,7 @@
 #include <list>
 #include <optional>
 
-#include "cases/Case.h"
+#include "cases/HostCases.h"
 #include "peers/RpcPair.h"
 
 namespace bench {
@@ -60,15 +60,6 @@ struct GrpcPair {
 };
 #endif
 
-Row rowOf(const char* id, const char* ours, const char* baseline) {
-  Row row;
-  row.id = id;
-  row.ours = ours;
-  row.baseline = baseline;
-  row.unit = "us";
-  return row;
-}
-
 /// The library's client and the text that the raw ones have to carry.
 Texts textsOf(Child& sdk) {
   Texts texts;
@@ -108,8 +99,10 @@ std::vector<Row> measureRoundTrip(const Plan& plan) {
                            scaled(sides[baseline].ns, kUsPerNs), wantedP50, wantedP99));
   };
   const char* const ours = "queryMotionState";
-  const Row againstGrpc = rowOf("rpc.query_motion_state.grpc", ours, "gRPC unary, Unix socket");
-  add(rowOf("rpc.query_motion_state.raw", ours, "raw libddsc, same texts"), kSdk, kRaw, 1.5, 2.0);
+  const Row againstGrpc =
+      rowOf("rpc.query_motion_state.grpc", ours, "gRPC unary, Unix socket", "us");
+  add(rowOf("rpc.query_motion_state.raw", ours, "raw libddsc, same texts", "us"), kSdk, kRaw, 1.5,
+      2.0);
   rows.back().note = std::to_string(texts.request.size()) + " bytes asked, " +
                      std::to_string(texts.reply.size()) + " answered";
   if (sides.size() > kGrpc) {
@@ -118,11 +111,13 @@ std::vector<Row> measureRoundTrip(const Plan& plan) {
     rows.push_back(againstGrpc);
     rows.back().note = "not measured: gRPC isn't installed";
   }
-  add(rowOf("rpc.query_motion_state.raw_waitset", ours, "raw libddsc, caller in a wait set"), kSdk,
-      kRawWaitSet);
-  add(rowOf("rpc.layer.raw", "request layer alone, same documents", "raw libddsc, same texts"),
+  add(rowOf("rpc.query_motion_state.raw_waitset", ours, "raw libddsc, caller in a wait set", "us"),
+      kSdk, kRawWaitSet);
+  add(rowOf("rpc.layer.raw", "request layer alone, same documents", "raw libddsc, same texts",
+            "us"),
       kLayer, kRaw);
-  add(rowOf("rpc.layer_tiny.raw", "request layer alone, tiny documents", "raw libddsc, tiny texts"),
+  add(rowOf("rpc.layer_tiny.raw", "request layer alone, tiny documents", "raw libddsc, tiny texts",
+            "us"),
       kLayerTiny, kRawTiny);
   return rows;
 }
@@ -141,7 +136,7 @@ std::vector<Row> measureSoak(const Plan& plan) {
   const std::uint32_t blocks = plan.soakSeconds / (2 * kBlockSeconds);
   interleave(sides, run, plan.of(1U, blocks, blocks));
   Row row = compare(rowOf("soak.query_motion_state.raw", "queryMotionState, 100 a second",
-                          "raw libddsc, same texts"),
+                          "raw libddsc, same texts", "us"),
                     scaled(sides[0].ns, kUsPerNs), scaled(sides[1].ns, kUsPerNs), std::nullopt,
                     std::nullopt);
   const auto tail = [](const Figures& figures) {

@@ -8,7 +8,7 @@
 #include <limits>
 #include <string>
 
-#include "cases/Case.h"
+#include "cases/HostCases.h"
 
 namespace bench {
 namespace {
@@ -66,12 +66,9 @@ std::vector<Row> measureStart(const Plan& plan) {
       side.ms.push_back(side.startOnce());
     }
   }
-  Row row;
-  row.id = "start.discovery.raw";
-  row.ours = "start to first robot reported";
-  row.baseline = "raw libddsc to first answer";
-  row.unit = "ms";
-  row = compare(std::move(row), ours.ms, raw.ms, std::nullopt, std::nullopt);
+  Row row = compare(rowOf("start.discovery.raw", "start to first robot reported",
+                          "raw libddsc to first answer", "ms"),
+                    ours.ms, raw.ms, std::nullopt, std::nullopt);
   // Where p50 falls among the kinds is chance; the mean tells how many there are of each.
   row.mean = Comparison{row.oursFigures->mean / row.baselineFigures->mean, kWanted};
   row.note = ours.kinds() + "; raw: " + raw.kinds();

@@ -21,6 +21,11 @@ std::string p99Of(const std::optional<Figures>& figures) {
   return figures && figures->p99 ? number(*figures->p99) : "-";
 }
 
+const char* nameOf(Comparison::Kind kind) {
+  constexpr const char* kNames[] = {"ratio", "difference", "value"};
+  return kNames[static_cast<std::size_t>(kind)];
+}
+
 std::string verdict(const std::optional<Comparison>& comparison) {
   if (!comparison) return "-";
   const bool ratio = comparison->kind == Comparison::Kind::kRatio;
@@ -34,7 +39,7 @@ std::string verdict(const std::optional<Comparison>& comparison) {
 Json::Value toJson(const std::optional<Comparison>& comparison) {
   if (!comparison) return {};
   Json::Value document(Json::objectValue);
-  document["kind"] = comparison->kind == Comparison::Kind::kRatio ? "ratio" : "difference";
+  document["kind"] = nameOf(comparison->kind);
   document["value"] = comparison->value;
   if (comparison->wanted) {
     document["wanted"] = *comparison->wanted;
@@ -55,6 +60,15 @@ bool isFinite(const std::optional<Comparison>& comparison) {
 
 }  // namespace
 
+Row rowOf(const char* id, const char* ours, const char* baseline, const char* unit) {
+  Row row;
+  row.id = id;
+  row.ours = ours;
+  row.baseline = baseline;
+  row.unit = unit;
+  return row;
+}
+
 Row compare(Row row, const std::vector<double>& ours, const std::vector<double>& baseline,
             std::optional<double> wantedP50, std::optional<double> wantedP99) {
   return compare(std::move(row), Figures::of(ours), Figures::of(baseline), wantedP50, wantedP99);
@@ -69,7 +83,8 @@ Row compare(Row row, const Figures& ours, const Figures& baseline, std::optional
   return row;
 }
 
-void printTable(std::FILE* out, const std::vector<Row>& rows) {
+void printTable(std::FILE* out, const char* title, const std::vector<Row>& rows) {
+  std::fprintf(out, "\n%s\n", title);
   std::vector<std::vector<std::string>> cells = {
       {"what", "unit", "p50", "p99", "against", "its p50", "its p99", "p50 ratio", "p99 ratio"}};
   for (const Row& row : rows) {

@@ -13,7 +13,7 @@ namespace bench {
 
 /// Ours against a baseline: one figure of both, and what is wanted of it.
 struct Comparison {
-  enum class Kind { kRatio, kDifference };
+  enum class Kind { kRatio, kDifference, kValue };  ///< kValue: ours alone
   double value = 0;
   std::optional<double> wanted;  ///< at most that much; nothing: for information
   Kind kind = Kind::kRatio;
@@ -35,6 +35,8 @@ struct Row {
   std::string note;
 };
 
+[[nodiscard]] Row rowOf(const char* id, const char* ours, const char* baseline, const char* unit);
+
 /// A row of both sides with the ratios of their p50 and p99, the latter if both have one.
 [[nodiscard]] Row compare(Row row, const std::vector<double>& ours,
                           const std::vector<double>& baseline, std::optional<double> wantedP50,
@@ -42,7 +44,7 @@ struct Row {
 [[nodiscard]] Row compare(Row row, const Figures& ours, const Figures& baseline,
                           std::optional<double> wantedP50, std::optional<double> wantedP99);
 
-void printTable(std::FILE* out, const std::vector<Row>& rows);
+void printTable(std::FILE* out, const char* title, const std::vector<Row>& rows);
 [[nodiscard]] Json::Value toJson(const std::vector<Row>& rows);
 /// The figures of a row are there and finite, or its note says why there are none.
 [[nodiscard]] bool isSound(const Row& row);

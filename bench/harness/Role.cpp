@@ -127,4 +127,10 @@ Json::Value toJson(const std::vector<std::int64_t>& values) {
   return array;
 }
 
+Json::Value toJson(std::span<const double> values) {
+  Json::Value array(Json::arrayValue);
+  for (const double value : values) array.append(value);
+  return array;
+}
+
 }  // namespace bench

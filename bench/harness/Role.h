@@ -53,5 +53,6 @@ class AskingRole : public Role {
 };
 
 [[nodiscard]] Json::Value toJson(const std::vector<std::int64_t>& values);
+[[nodiscard]] Json::Value toJson(std::span<const double> values);
 
 }  // namespace bench

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "harness/Allocations.h"
 #include "harness/Clock.h"
 #include "msg/MotionTypes.h"
 #include "pbase/CThread.h"

@@ -5,9 +5,9 @@
 #include <string>
 #include <thread>
 
+#include "harness/Collector.h"
 #include "harness/Role.h"
 #include "orvane/RobotSdk/Records.h"
-#include "peers/Collector.h"
 #include "peers/RawDds.h"
 #include "peers/SdkSession.h"
 

@@ -14,10 +14,9 @@
 namespace Pexal::Memory {
 namespace {
 
-// A state: two bits, the others count the objects.
-constexpr std::uint64_t kLost = 1;
-constexpr std::uint64_t kChanging = 2;  // replace is under way
-constexpr std::uint64_t kOneObject = 4;
+constexpr auto kLost = MappingState::kLost;
+constexpr auto kChanging = MappingState::kChanging;
+constexpr auto kOneObject = MappingState::kOneObject;
 
 /// Every mapping of the process, in a form that a signal handler can read: plain atomics, never
 /// freed. A place is free while its `begin` is 0.
@@ -161,10 +160,6 @@ void ShmMapping::unmap() noexcept {
   state_ = nullptr;
   address_ = nullptr;
   size_ = 0;
-}
-
-bool ShmMapping::isSettled(std::uint64_t state) noexcept {
-  return (state & kChanging) == 0;
 }
 
 bool ShmMapping::isLost() const noexcept {

@@ -8,6 +8,13 @@
 
 namespace Pexal::Memory {
 
+/// What a mapping's state consists of: two bits, the others count the objects.
+struct MappingState {
+  static constexpr std::uint64_t kLost = 1;
+  static constexpr std::uint64_t kChanging = 2;  ///< replace is under way
+  static constexpr std::uint64_t kOneObject = 4;
+};
+
 /// A shared object's memory in this process. An object that somebody cuts short would end the
 /// process with a bus error at the next access; here its memory turns into private, zeroed memory
 /// instead, and isLost() tells.
@@ -46,7 +53,9 @@ class ShmMapping {
     return state_->load(std::memory_order_acquire);
   }
   /// False while replace is under way.
-  [[nodiscard]] static bool isSettled(std::uint64_t state) noexcept;
+  [[nodiscard]] static bool isSettled(std::uint64_t state) noexcept {
+    return (state & MappingState::kChanging) == 0;
+  }
 
  private:
   void* address_ = nullptr;

@@ -1,30 +1,10 @@
-#include "peers/Collector.h"
-
-#include <dlfcn.h>
+#include "harness/Collector.h"
 
 #include <algorithm>
 
+#include "harness/Allocations.h"
+
 namespace bench {
-namespace {
-
-using Counter = std::uint64_t (*)();
-
-Counter find(const char* name) {
-  return reinterpret_cast<Counter>(::dlsym(RTLD_DEFAULT, name));
-}
-
-}  // namespace
-
-std::uint64_t allocationsOfThread() noexcept {
-  static const Counter counter = find("bench_allocations_of_thread");
-  return counter != nullptr ? counter() : 0;
-}
-
-std::uint64_t allocationsOfProcess() noexcept {
-  static const Counter counter = find("bench_allocations_of_process");
-  return counter != nullptr ? counter() : 0;
-}
-
 void Collector::begin(std::uint32_t skip, std::uint32_t count) {
   full_.clear();
   wanted_ = std::min<std::int64_t>(count, static_cast<std::int64_t>(values_.size()));

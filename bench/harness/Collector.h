@@ -40,8 +40,4 @@ class Collector {
   static constexpr std::int64_t kIdle = INT64_MIN;
 };
 
-/// Allocations so far, of the calling thread and of the process; 0 when they aren't counted.
-[[nodiscard]] std::uint64_t allocationsOfThread() noexcept;
-[[nodiscard]] std::uint64_t allocationsOfProcess() noexcept;
-
 }  // namespace bench

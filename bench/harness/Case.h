@@ -2,8 +2,10 @@
 
 #include <array>
 #include <cstdint>
+#include <initializer_list>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "harness/Child.h"
@@ -32,20 +34,7 @@ struct Case {
   bool onlyLong;                     ///< runs when asked for by name, or in a long run
   std::span<const char* const> ids;  ///< the rows that it gives, whatever the plan
 };
-[[nodiscard]] std::span<const Case> allCases();
 
-std::vector<Row> measureRoundTrip(const Plan& plan);
-std::vector<Row> measureObserved(const Plan& plan);
-std::vector<Row> measureStart(const Plan& plan);
-std::vector<Row> measureFleet(const Plan& plan);
-std::vector<Row> measureProcessor(const Plan& plan);
-std::vector<Row> measureSoak(const Plan& plan);
-
-inline constexpr std::uint32_t kHostDomain = 42;  ///< the library's
-inline constexpr std::uint32_t kRawDomain = 43;   ///< of the raw baselines that need no robot
-
-/// A virtual robot in a process of its own, on loopback.
-[[nodiscard]] Child startRobot(const std::string& device);
 /// A role of this program in a process of its own.
 [[nodiscard]] Child startRole(const std::string& name, const Json::Value& arguments,
                               const Child::Environment& environment = {});
