@@ -41,7 +41,7 @@ demo: build/dev/build.ninja
 	@examples/run-demo build/dev
 
 demo-board: build/dev/build.ninja
-	$(call CMAKE_BUILD,dev) --target virtual-robot walk_square
+	$(call CMAKE_BUILD,dev) --target virtual-robot walk_square joint_loop
 	@tools/board-sandbox --alone examples/run-demo --board build/dev
 
 test: build

@@ -15,3 +15,7 @@ orvane_example(walk_square
   walk_square/SquareWalk.cpp)
 # For reading the robot's answers, which cross the library's boundary as JSON text.
 target_link_libraries(walk_square PRIVATE PkgConfig::jsoncpp)
+
+orvane_example(joint_loop
+  joint_loop/main.cpp
+  joint_loop/LoopStatistics.cpp)

@@ -1,5 +1,6 @@
 #include "ControlLoop.h"
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 
@@ -11,8 +12,12 @@ namespace {
 using Pexal::PBase::CThread;
 using Pexal::PBase::CTime;
 
-constexpr double kStepSeconds = ControlLoop::kPeriodUs / 1e6;
 constexpr std::uint64_t kMostCaughtUpUs = 50'000;
+
+std::uint32_t periodUs(std::uint32_t sessionHz) {
+  return sessionHz == 0 ? ControlLoop::kLongestPeriodUs
+                        : std::min(ControlLoop::kLongestPeriodUs, 1'000'000 / sessionHz);
+}
 
 }  // namespace
 
@@ -33,15 +38,18 @@ void ControlLoop::stop() {
 void ControlLoop::run() {
   std::uint64_t deadlineUs = CTime::getCurrentMicroSecond();
   BodyState seen;
-  for (std::uint32_t count = 0;; ++count) {
+  for (;;) {
+    std::uint32_t sessionHz = 0;
+    std::uint32_t stepUs = 0;
     {
       RobotCore::Access robot = core_.access();
-      robot.step(kStepSeconds);
+      if (const auto& session = robot.session().current()) sessionHz = session->observedHz;
+      stepUs = periodUs(sessionHz);
+      robot.step(stepUs / 1e6);
       seen = robot.body();
     }
-    const bool withSensors = count % kStepsPerSensorSample == 0;
-    for (Publisher* publisher : publishers_) publisher->publish(seen, withSensors);
-    deadlineUs += kPeriodUs;
+    for (Publisher* publisher : publishers_) publisher->publish(seen, stepUs, sessionHz);
+    deadlineUs += stepUs;
     const std::uint64_t nowUs = CTime::getCurrentMicroSecond();
     if (nowUs > deadlineUs + kMostCaughtUpUs) deadlineUs = nowUs;
     if (waitUntil(deadlineUs)) return;

@@ -10,17 +10,17 @@
 
 namespace orvane::robot {
 
-/// The robot's heartbeat: 500 times a second it lets 2 ms pass for motion controller and body and
-/// publishes what can be seen. Paced by absolute deadlines, so that it doesn't drift; a short delay
-/// is caught up with, after a long one (the process was stopped) the time is left out.
+/// The robot's heartbeat: 500 times a second, or as often as a low-level session wants to see the
+/// robot if that is more, it lets time pass for motion controller, motors and body and publishes
+/// what can be seen. Paced by absolute deadlines, so that it doesn't drift; a short delay is caught
+/// up with, after a long one (the process was stopped) the time is left out.
 ///
 /// Threading contract: start and stop on the owner's thread. The thread "robot:loop" takes the
-/// robot mutex for each step and publishes without it. mutex_ guards stopping_ and is taken with no
-/// other.
+/// robot mutex for each step and doesn't hold it while it publishes. mutex_ guards stopping_ and is
+/// taken with no other.
 class ControlLoop {
  public:
-  static constexpr std::uint64_t kPeriodUs = 2000;
-  static constexpr std::uint32_t kStepsPerSensorSample = 10;  // 50 Hz
+  static constexpr std::uint32_t kLongestPeriodUs = 2000;
 
   /// All must outlive the loop. They publish in this order.
   ControlLoop(RobotCore& core, std::vector<Publisher*> publishers);

@@ -9,6 +9,7 @@ namespace orvane::robot {
 /// where it has a fitting one; clients depend on kRevoked.
 enum class Reason : std::uint32_t {
   kNotController = 1,   ///< the caller doesn't hold control and never did under that id
+  kNoSession = 9,       ///< not the number of the present low-level session (any more)
   kNotNow = 11,         ///< not possible in the present posture
   kHeldByAnother = 16,  ///< somebody else holds control
   kInvalid = 22,        ///< the document can't be read

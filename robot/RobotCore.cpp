@@ -29,6 +29,7 @@ RobotCore::RobotCore(std::unique_ptr<Body> body, std::shared_ptr<EventListener> 
 RobotCore::Access::Access(RobotCore& core)
     : core_(core), lock_(core.mutex_), nowMs_(Pexal::PBase::CTime::getCurrentMilliSecond()) {
   core_.arbiter_.judge(nowMs_);
+  core_.session_.judge(nowMs_);
   core_.settle();
 }
 
@@ -37,10 +38,29 @@ RobotCore::Access::~Access() {
 }
 
 void RobotCore::Access::step(double seconds) {
-  core_.body_->step(core_.motion_.step(core_.body_->state(), nowMs_), seconds);
+  BodyCommand command = core_.motion_.step(core_.body_->state(), nowMs_);
+  if (core_.motion_.posture() == Posture::kLowLevel) command = core_.motors_.step(nowMs_);
+  core_.body_->step(command, seconds);
+}
+
+void RobotCore::settleSession() {
+  using End = WorkModeSession::End;
+  if (arbiter_.current() && session_.claimsMotion()) session_.end(End::kRevoked);
+  if (session_.driveIsOn() && motion_.emergencyStopped()) session_.end(End::kEmergencyStop);
+  const std::uint64_t id = session_.current() ? session_.current()->id : 0;
+  if (id != motors_.session()) motors_.begin(id);
+  const bool on = motors_.mode() != MotorControl::Mode::kOff;
+  if (session_.driveIsOn() && !on) {
+    motors_.switchOn(body_->state());
+    motion_.enterLowLevel();
+  } else if (!session_.driveIsOn() && on) {
+    motors_.switchOff();
+  }
+  if (!session_.claimsMotion()) motion_.leaveLowLevel(!session_.current());
 }
 
 void RobotCore::settle() {
+  settleSession();
   if (announcedRevision_ != arbiter_.revision()) {
     announcedRevision_ = arbiter_.revision();
     motion_.endMotion();

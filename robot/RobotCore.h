@@ -13,6 +13,8 @@
 #include "body/Body.h"
 #include "motion/MotionController.h"
 #include "pbase/CMutex.h"
+#include "session/MotorControl.h"
+#include "session/WorkModeSession.h"
 
 namespace orvane::robot {
 
@@ -24,13 +26,14 @@ struct RefusedRequest {
   std::uint64_t atMs = 0;
 };
 
-/// Arbiter, motion controller and body, which only make sense together.
+/// Arbiter, low-level session, motion controller, motors and body, which only make sense together.
 ///
 /// Threading contract: the robot mutex (mutex_) guards every member. All use goes through an
 /// Access, which holds it; nothing that waits (requests, events, DDS) may happen inside one. Lock
-/// order: robot mutex, then an outbox's own. At its begin an Access judges the lease; at its begin
-/// and its end it settles: a change of controller ends motion, and the listener is told of changes
-/// of control, posture and battery in the order in which they happened.
+/// order: robot mutex, then an outbox's own. At its begin an Access judges the leases; at its begin
+/// and its end it settles: a change of controller ends motion, who takes control over everybody's
+/// head ends a low-level session, the motors' drive follows the session, and the listener is told
+/// of changes of control, posture and battery in the order in which they happened.
 class RobotCore {
  public:
   class Access {
@@ -41,15 +44,22 @@ class RobotCore {
     Access& operator=(const Access&) = delete;
 
     [[nodiscard]] Arbiter& arbiter() { return core_.arbiter_; }
+    [[nodiscard]] WorkModeSession& session() { return core_.session_; }
     [[nodiscard]] MotionController& motion() { return core_.motion_; }
+    [[nodiscard]] const MotorControl& motors() const { return core_.motors_; }
     [[nodiscard]] const BodyState& body() const { return core_.body_->state(); }
     [[nodiscard]] RefusedRequest& lastRefusal() { return core_.lastRefusal_; }
     /// Which board leads: "brain" or "cerebellum".
     [[nodiscard]] std::string& masterRole() { return core_.masterRole_; }
     /// The platform's clock when the access began, ms.
     [[nodiscard]] std::uint64_t nowMs() const { return nowMs_; }
-    /// Lets `seconds` pass for motion controller and body. Doesn't allocate.
+    /// Lets `seconds` pass for motion controller, motors and body. Doesn't allocate.
     void step(double seconds);
+    /// A low-level client's record; see MotorControl::take. What it commands is done with the next
+    /// step. Doesn't allocate.
+    RecordFate take(const Robot::Motion::ShareLowLevelMotionCtrlData& record) {
+      return core_.motors_.take(record, core_.body_->state(), nowMs_);
+    }
 
    private:
     RobotCore& core_;
@@ -64,13 +74,16 @@ class RobotCore {
 
  private:
   void settle();
+  void settleSession();
   void reportBattery();
 
   Pexal::PBase::CMutex mutex_;  // the robot mutex: guards everything below
   const std::shared_ptr<EventListener> listener_;
   std::unique_ptr<Body> body_;
   Arbiter arbiter_;
+  WorkModeSession session_;
   MotionController motion_;
+  MotorControl motors_;
   RefusedRequest lastRefusal_;
   std::string masterRole_ = "cerebellum";
   std::uint64_t announcedRevision_ = 0;

@@ -81,6 +81,7 @@ void VirtualRobot::stop() {
   {
     RobotCore::Access robot = core_->access();
     robot.arbiter().revoke(robot.nowMs());
+    robot.session().end(WorkModeSession::End::kRevoked);
   }
   loop_.reset();
   for (const auto& side : sides_) side->close();
@@ -95,6 +96,14 @@ RobotStatus VirtualRobot::status() {
     status.controller = grant->controller;
     status.remainingMs = grant->untilMs - robot.nowMs();
   }
+  if (const auto& session = robot.session().current()) {
+    status.session.id = session->id;
+    status.session.holder = session->holder;
+    status.session.remainingMs = session->untilMs - robot.nowMs();
+    status.session.driveOn = robot.session().driveIsOn();
+  }
+  status.session.motors = robot.motors().mode();
+  status.session.records = robot.motors().counts();
   status.velocity = robot.body().velocity;
   status.position = robot.body().position;
   status.yaw = robot.body().yaw;

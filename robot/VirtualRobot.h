@@ -15,6 +15,16 @@
 
 namespace orvane::robot {
 
+/// A low-level session and what came of its records.
+struct SessionStatus {
+  std::uint64_t id = 0;           ///< 0: there is none
+  std::string holder;             ///< who took it
+  std::uint64_t remainingMs = 0;  ///< of its lease
+  bool driveOn = false;
+  MotorControl::Mode motors = MotorControl::Mode::kOff;
+  RecordCounts records;  ///< of the last session when there is none
+};
+
 /// What a bystander wants to know, for the status line and for tests.
 struct RobotStatus {
   Posture posture = Posture::kLying;
@@ -25,6 +35,7 @@ struct RobotStatus {
   Vector3 position{};  ///< m, world
   double yaw = 0;      ///< rad
   double chargePercent = 0;
+  SessionStatus session;
   RefusedRequest lastRefusal;
 };
 

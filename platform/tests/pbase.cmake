@@ -1,4 +1,4 @@
-foreach(area clock thread logger text shm_buffer)
+foreach(area clock thread backoff logger text shm_buffer)
   orvane_test(pbase_${area}_test SOURCES pbase_${area}_test.cpp LIBS platform::pbase)
 endforeach()
 set(shm_reader Attachment.cpp Segment.cpp ShmFile.cpp ShmMapping.cpp)

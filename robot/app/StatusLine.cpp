@@ -31,7 +31,25 @@ std::string printable(std::string text) {
 /// What makes a new line in a pipe worth while.
 std::string keyOf(const RobotStatus& status) {
   return std::string(nameOf(status.posture)) + '\n' + status.controller + '\n' +
+         std::to_string(status.session.id) + '\n' + nameOf(status.session.motors) + '\n' +
          std::to_string(status.lastRefusal.atMs);
+}
+
+std::string describeSession(const SessionStatus& session) {
+  char text[256];
+  const RecordCounts& records = session.records;
+  std::snprintf(text, sizeof(text),
+                ", low level %.40s (%.1f s), drive %s, %llu commands, %llu refused, %llu lost",
+                session.holder.c_str(), static_cast<double>(session.remainingMs) / 1000,
+                session.driveOn ? nameOf(session.motors) : "off",
+                static_cast<unsigned long long>(records.commands),
+                static_cast<unsigned long long>(records.refused),
+                static_cast<unsigned long long>(records.lost));
+  std::string line = text;
+  if (records.lastRefusal != RecordFate::kTaken) {
+    line += std::string(" (") + textOf(records.lastRefusal) + ')';
+  }
+  return line;
 }
 
 }  // namespace
@@ -69,6 +87,7 @@ std::string StatusLine::describe(const RobotStatus& status) const {
                   static_cast<double>(status.remainingMs) / 1000);
     line += text;
   }
+  if (status.session.id != 0) line += describeSession(status.session);
   std::snprintf(text, sizeof(text), ", %.2f m/s %+.2f rad/s, at %.2f %.2f m %.0f deg, %.1f%%",
                 std::hypot(status.velocity.x, status.velocity.y), status.velocity.yaw,
                 status.position[0], status.position[1], status.yaw * 180 / M_PI,

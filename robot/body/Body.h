@@ -18,6 +18,19 @@ struct Twist {
   double yaw = 0;  ///< rad/s, counter-clockwise from above
 };
 
+/// What one joint's motor does: its torque is torque + kp * (position - measured position) + kd *
+/// (velocity - measured velocity), within maxTorque. All finite, gains not negative.
+struct JointCommand {
+  double position = 0;   ///< rad
+  double velocity = 0;   ///< rad/s
+  double kp = 0;         ///< N m/rad
+  double kd = 0;         ///< N m s/rad
+  double torque = 0;     ///< N m
+  double maxTorque = 0;  ///< N m; the motor's own limit holds besides
+};
+/// Leg by leg: hip, thigh, calf.
+using JointCommands = std::array<JointCommand, kJoints>;
+
 /// What the motion controller asks of a body.
 struct BodyCommand {
   bool powered = false;   ///< false: motors only damp, the body sinks and brakes by itself
@@ -25,6 +38,9 @@ struct BodyCommand {
   double height = 0;      ///< of the hips above the ground, m
   double stepHeight = 0;  ///< lift of a swinging foot, m
   Twist velocity;
+  /// Not null: each motor on its own, in place of all that stands above but `powered`. Lives at
+  /// least for the length of the step.
+  const JointCommands* joints = nullptr;
 };
 
 struct JointState {
@@ -32,6 +48,7 @@ struct JointState {
   double velocity = 0;     ///< rad/s
   double torque = 0;       ///< N m
   double temperature = 0;  ///< degrees Celsius
+  double maxTorque = 0;    ///< N m, what the motor is held to now
 };
 
 struct ImuState {

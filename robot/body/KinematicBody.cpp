@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "body/JointModel.h"
 #include "body/LegKinematics.h"
 
 namespace orvane::robot {
@@ -24,7 +25,8 @@ constexpr double kRiseSpeed = 0.15;          // m/s
 constexpr double kSinkSpeed = 0.25;          // m/s, when damped
 constexpr double kHeightGain = 6.0;          // 1/s
 constexpr double kHeightAcceleration = 1.0;  // m/s^2
-constexpr double kLoadedAbove = 0.05;        // m above lying from which the legs carry everything
+constexpr double kFallSpeed = 3.0;           // m/s, the fastest that legs move the body
+constexpr double kFoldSpeed = 1.5;           // rad/s, back from a pose that joints were led to
 
 constexpr double kGaitRoll = 0.012;   // rad
 constexpr double kGaitPitch = 0.008;  // rad
@@ -49,6 +51,11 @@ double slewed(double value, double target, const Slew& slew, bool powered, doubl
   const bool grows = value * target >= 0 && std::abs(target) > std::abs(value);
   const double rate = !powered ? slew.damped : grows ? slew.grow : slew.shrink;
   return approach(value, target, rate * seconds);
+}
+
+void warm(JointState& joint, double seconds) {
+  const double target = kAmbient + kHeatPerTorqueSquared * joint.torque * joint.torque;
+  joint.temperature += (target - joint.temperature) * seconds / kHeatSeconds;
 }
 
 double wrapped(double angle) {
@@ -87,6 +94,7 @@ KinematicBody::KinematicBody(double chargePercent) : battery_(chargePercent) {
       JointState& state = state_.joints[leg * kJointsPerLeg + joint];
       state.position = angles[joint];
       state.temperature = kAmbient;
+      state.maxTorque = kJointLimits[joint].maxTorque;
     }
   }
   state_.battery = battery_.state();
@@ -96,9 +104,16 @@ KinematicBody::KinematicBody(double chargePercent) : battery_(chargePercent) {
 
 void KinematicBody::step(const BodyCommand& command, double seconds) {
   state_.powered = command.powered;
-  moveHeight(command, seconds);
-  moveBase(command, seconds);
-  moveLegs(seconds);
+  if (command.joints != nullptr) {
+    moveJoints(*command.joints, seconds);
+    moveBase(command, seconds);
+  } else {
+    if (jointByJoint_) heightRate_ = 0;
+    moveHeight(command, seconds);
+    moveBase(command, seconds);
+    moveLegs(seconds);
+  }
+  jointByJoint_ = command.joints != nullptr;
   sense(seconds);
   battery_.draw(powerDrawn(), seconds);
   state_.battery = battery_.state();
@@ -114,7 +129,8 @@ void KinematicBody::moveHeight(const BodyCommand& command, double seconds) {
 }
 
 void KinematicBody::moveBase(const BodyCommand& command, double seconds) {
-  const Twist target = command.powered && command.stepping ? command.velocity : Twist{};
+  const bool steps = command.powered && command.stepping && command.joints == nullptr;
+  const Twist target = steps ? command.velocity : Twist{};
   Twist& velocity = state_.velocity;
   velocity.x = slewed(velocity.x, target.x, kLinearSlew, command.powered, seconds);
   velocity.y = slewed(velocity.y, target.y, kLinearSlew, command.powered, seconds);
@@ -132,15 +148,14 @@ void KinematicBody::moveBase(const BodyCommand& command, double seconds) {
 
   const bool moves = std::abs(velocity.x) > kMoving || std::abs(velocity.y) > kMoving ||
                      std::abs(velocity.yaw) > kMoving;
-  gait_.step(command.powered && (command.stepping || moves), seconds);
+  gait_.step(steps || (command.powered && moves), seconds);
   stepHeight_ = approach(stepHeight_, command.stepHeight, 0.1 * seconds);
 }
 
 void KinematicBody::moveLegs(double seconds) {
   double loads = 0;
   for (std::size_t leg = 0; leg < kLegs; ++leg) loads += gait_.load(leg);
-  const double carried =
-      state_.powered ? std::clamp((state_.height - kLyingHeight) / kLoadedAbove, 0.0, 1.0) : 0.0;
+  const double carried = state_.powered ? shareOffTheBelly(state_.height) : 0.0;
 
   for (std::size_t leg = 0; leg < kLegs; ++leg) {
     const Vector3 hip = hipOf(leg);
@@ -154,16 +169,35 @@ void KinematicBody::moveLegs(double seconds) {
         supportTorques(leg, angles, carried * kBodyMass * kGravity * gait_.load(leg) / loads);
     for (std::size_t joint = 0; joint < kJointsPerLeg; ++joint) {
       JointState& state = state_.joints[leg * kJointsPerLeg + joint];
-      state.velocity = (angles[joint] - state.position) / seconds;
-      state.position = angles[joint];
-      const double limit = kJointLimits[joint].maxTorque;
+      double& left = poseOffset_[leg * kJointsPerLeg + joint];
+      if (jointByJoint_) left = state.position - angles[joint];
+      left = approach(left, 0, kFoldSpeed * seconds);
+      const JointLimit& range = kJointLimits[joint];
+      const double angle = std::clamp(angles[joint] + left, range.lower, range.upper);
+      state.velocity = (angle - state.position) / seconds;
+      state.position = angle;
+      const double limit = range.maxTorque;
       const double damping = (state_.powered ? 1 : -1) * kDampingTorque * state.velocity;
       state.torque = std::clamp(torques[joint] + damping, -limit, limit);
-      const double target = kAmbient + kHeatPerTorqueSquared * state.torque * state.torque;
-      state.temperature += (target - state.temperature) * seconds / kHeatSeconds;
+      state.maxTorque = limit;
+      warm(state, seconds);
     }
     state_.footPhase[leg] = gait_.activity() > 0 ? gait_.footPhase(leg) : 0;
   }
+}
+
+void KinematicBody::moveJoints(const JointCommands& commands, double seconds) {
+  const Support support = supportOf(state_.joints);
+  for (std::size_t index = 0; index < kJoints; ++index) {
+    moveJoint(state_.joints[index], commands[index], index, support, seconds);
+    warm(state_.joints[index], seconds);
+  }
+  const double height = supportOf(state_.joints).height;
+  const double before = state_.height;
+  state_.height = approach(before, height, kFallSpeed * seconds);
+  state_.position[2] = state_.height;
+  heightRate_ = (state_.height - before) / seconds;
+  state_.footPhase = {};
 }
 
 void KinematicBody::sense(double seconds) {

@@ -10,6 +10,10 @@ namespace orvane::robot {
 /// and acceleration, and everything that it shows is derived from that one motion. Joint angles
 /// come from the feet's paths, joint velocities and gyro from differences of angles, acceleration
 /// from the change of the world velocity, odometry from its integral. Not thread-safe.
+///
+/// Commanded joint by joint it is the other way round: each joint moves as its motor and its share
+/// of the weight have it (JointModel.h), and the body rises and sinks with its legs. It stays where
+/// it is and upright then, whatever the legs do. Neither way of command begins with a jump.
 class KinematicBody final : public Body {
  public:
   /// Lies at the origin. `chargePercent`: 0 to 100.
@@ -22,6 +26,7 @@ class KinematicBody final : public Body {
   void moveBase(const BodyCommand& command, double seconds);
   void moveHeight(const BodyCommand& command, double seconds);
   void moveLegs(double seconds);
+  void moveJoints(const JointCommands& commands, double seconds);
   void sense(double seconds);
   [[nodiscard]] double powerDrawn() const;
 
@@ -30,6 +35,8 @@ class KinematicBody final : public Body {
   double heightRate_ = 0;  // m/s
   double stepHeight_ = 0;  // m
   Vector3 previousWorldVelocity_{};
+  bool jointByJoint_ = false;                 // the last step's way of command
+  std::array<double, kJoints> poseOffset_{};  // rad, what is left of a pose that joints were led to
   BodyState state_;
 };
 

@@ -41,6 +41,7 @@ constexpr Form kForms[] = {
     {"restore", Fault::kRestore, "", ""},
     {"revoke", Fault::kRevoke, "", ""},
     {"expire", Fault::kExpire, "", ""},
+    {"endsession", Fault::kEndSession, "", ""},
     {"silent", Fault::kSilent, "D", " [MS]"},
     {"speak", Fault::kSpeak, "", ""},
     {"nonsense", Fault::kNonsense, "D", " [MS]"},

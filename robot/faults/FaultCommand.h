@@ -16,6 +16,7 @@ enum class Fault {
   kRestore,
   kRevoke,
   kExpire,
+  kEndSession,
   kSilent,
   kSpeak,
   kNonsense,

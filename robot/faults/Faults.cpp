@@ -83,6 +83,7 @@ Faults::Answer Faults::carryOut(const FaultCommand& command) {
     case Fault::kRestore:
     case Fault::kRevoke:
     case Fault::kExpire:
+    case Fault::kEndSession:
       return changeControl(command);
     case Fault::kSilent:
       voice_->silence(command.ms);
@@ -124,6 +125,11 @@ Faults::Answer Faults::changeControl(const FaultCommand& command) {
     case Fault::kExpire:
       if (!arbiter.expire(robot.nowMs())) return {false, kNobody};
       return {true, "the lease has run out"};
+    case Fault::kEndSession:
+      if (!robot.session().end(WorkModeSession::End::kRevoked)) {
+        return {false, "there is no low-level session"};
+      }
+      return {true, "the low-level session is ended"};
     default:
       if (!arbiter.revoke(robot.nowMs())) return {false, kNobody};
       return {true, "control is revoked"};

@@ -33,6 +33,7 @@ constexpr auto kRecovering = to(Posture::kRecovering);
 constexpr auto kDamped = to(Posture::kDamped);
 constexpr auto kStopped = to(Posture::kEmergencyStop);
 constexpr auto kLatched = no("an emergency stop is latched; recoveryStand lifts it");
+constexpr auto kAway = no("a low-level session commands the motors");
 
 // Rows as Posture, columns as Action: standing, laying, recoveryStand, disableAction, walking,
 // stop, emergency stop.
@@ -51,6 +52,7 @@ constexpr std::array<std::array<Cell, kActions>, kPostures> kTransitions{{
     {kStandingUp, kDamped, kRecovering, kDamped,
      no("the motors are disabled; the robot must stand to walk"), kDamped, kStopped},
     {kLatched, kLatched, kRecovering, kStopped, kLatched, kStopped, kStopped},
+    {kAway, kAway, kAway, kAway, kAway, kAway, kStopped},
 }};
 
 bool standsStill(const Twist& velocity) {
@@ -61,9 +63,9 @@ bool standsStill(const Twist& velocity) {
 }  // namespace
 
 const char* nameOf(Posture posture) noexcept {
-  constexpr std::array<const char*, kPostures> kNames{"lying",      "standingUp", "standing",
-                                                      "walking",    "stopping",   "lyingDown",
-                                                      "recovering", "damped",     "emergencyStop"};
+  constexpr std::array<const char*, kPostures> kNames{
+      "lying",     "standingUp", "standing", "walking",       "stopping",
+      "lyingDown", "recovering", "damped",   "emergencyStop", "lowLevel"};
   return kNames[static_cast<std::size_t>(posture)];
 }
 
@@ -85,10 +87,17 @@ void MotionController::endMotion() {
   if (posture_ == Posture::kWalking) enter(Posture::kStopping);
 }
 
+void MotionController::leaveLowLevel(bool stayOff) {
+  if (posture_ != Posture::kLowLevel) return;
+  enter(Posture::kDamped);
+  stayOff_ = stayOff;
+}
+
 void MotionController::enter(Posture posture) {
   posture_ = posture;
   velocity_ = {};
   rising_ = false;
+  stayOff_ = false;
 }
 
 BodyCommand MotionController::step(const BodyState& body, std::uint64_t nowMs) {
@@ -97,7 +106,7 @@ BodyCommand MotionController::step(const BodyState& body, std::uint64_t nowMs) {
 }
 
 void MotionController::advance(const BodyState& body, std::uint64_t nowMs) {
-  const bool down = body.height < kLyingHeight + kHeightReached;
+  down_ = body.height < kLyingHeight + kHeightReached && standsStill(body.velocity);
   const bool up = std::abs(body.height - bodyHeight_) < kHeightReached;
   switch (posture_) {
     case Posture::kStandingUp:
@@ -113,15 +122,16 @@ void MotionController::advance(const BodyState& body, std::uint64_t nowMs) {
       break;
     case Posture::kLyingDown:
     case Posture::kDamped:
-      if (down && standsStill(body.velocity)) enter(Posture::kLying);
+      if (down_ && !stayOff_) enter(Posture::kLying);
       break;
     case Posture::kRecovering:
-      if (!rising_) rising_ = down && standsStill(body.velocity);
+      rising_ = rising_ || down_;
       if (rising_ && up) enter(Posture::kStanding);
       break;
     case Posture::kLying:
     case Posture::kStanding:
     case Posture::kEmergencyStop:
+    case Posture::kLowLevel:
       break;
   }
 }

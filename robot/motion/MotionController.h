@@ -20,8 +20,9 @@ enum class Posture {
   kRecovering,     ///< folds its legs, then stands up, from whatever pose
   kDamped,         ///< motors only damp; lies at the end
   kEmergencyStop,  ///< as kDamped, but stays so until it is told to recover
+  kLowLevel,       ///< a low-level session commands the motors one by one
 };
-inline constexpr std::size_t kPostures = 9;
+inline constexpr std::size_t kPostures = 10;
 
 /// What the robot can be asked to do.
 enum class Action {
@@ -53,15 +54,26 @@ class MotionController {
   /// The controller is gone: a walk stops. A change of posture under way goes on to its end, for
   /// half way is no safe place.
   void endMotion();
+  /// Leaves the body to a low-level session. The caller sees to it that the posture is settled.
+  void enterLowLevel() { enter(Posture::kLowLevel); }
+  /// Takes the body back: its motors damp. With `stayOff` they go on so when it lies, until it is
+  /// told to stand or recover. Nothing happens when it wasn't given away.
+  void leaveLowLevel(bool stayOff);
   /// Takes effect at once while standing or walking, else when the robot stands next. In m, within
   /// the limits.
   void setBodyHeight(double height) { bodyHeight_ = height; }
   void setStepHeight(double height) { stepHeight_ = height; }
 
-  /// Moves on with what the body has reached; gives the body's next command.
+  /// Moves on with what the body has reached; gives the body's next command (which is for nobody
+  /// in kLowLevel).
   [[nodiscard]] BodyCommand step(const BodyState& body, std::uint64_t nowMs);
 
   [[nodiscard]] Posture posture() const { return posture_; }
+  /// No change of posture is under way.
+  [[nodiscard]] bool settled() const {
+    return posture_ == Posture::kLying || posture_ == Posture::kStanding ||
+           posture_ == Posture::kLowLevel || (posture_ == Posture::kDamped && down_);
+  }
   [[nodiscard]] bool emergencyStopped() const { return posture_ == Posture::kEmergencyStop; }
   /// The walking command in force; all zero when the robot isn't walking.
   [[nodiscard]] const Twist& commanded() const { return velocity_; }
@@ -75,7 +87,9 @@ class MotionController {
 
   Posture posture_ = Posture::kLying;
   bool lieDownAfterStop_ = false;
-  bool rising_ = false;  // second half of recovering
+  bool rising_ = false;   // second half of recovering
+  bool down_ = false;     // lies still, whatever the posture
+  bool stayOff_ = false;  // doesn't leave kDamped by itself
   Twist velocity_;
   std::uint64_t refreshedMs_ = 0;
   double bodyHeight_ = kBodyHeight.initial;

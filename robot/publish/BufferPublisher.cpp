@@ -19,30 +19,39 @@ void become(CShmTripleBuffer& buffer, const char* name, std::uint32_t size) {
                            "; does another robot serve this board? (the log says why)");
 }
 
-template <class Record>
-void write(CShmTripleBuffer& buffer, const Record& record) {
-  if (buffer.put(&record, sizeof(record)) == 0) {
-    throw std::runtime_error("a shared-memory buffer is lost");
-  }
-}
+constexpr const char* kLost = "a shared-memory buffer is lost";
 
 }  // namespace
 
-BufferPublisher::BufferPublisher(std::shared_ptr<Voice> voice) : Publisher(std::move(voice)) {
+BufferPublisher::BufferPublisher(std::shared_ptr<RobotCore> core, std::shared_ptr<Voice> voice)
+    : Publisher(std::move(voice), true), core_(std::move(core)) {
   become(motionBuffer_, kMotionBuffer, sizeof(motionRecord_));
   become(sensorBuffer_, kSensorBuffer, sizeof(sensorRecord_));
 }
 
-void BufferPublisher::writeMotion(const BodyState& body, bool spoilt) {
-  fill(motionRecord_, body);
+bool BufferPublisher::writeMotionNow(RobotCore::Access& robot, bool spoilt) {
+  fill(motionRecord_, robot.body());
   if (spoilt) spoil(motionRecord_, nextTurn());
-  write(motionBuffer_, motionRecord_);
+  return motionBuffer_.put(&motionRecord_, sizeof(motionRecord_)) != 0;
+}
+
+bool BufferPublisher::answer(RobotCore::Access& robot, RobotSdk::ObservedMotionRecord& copy) {
+  if (isSilent() || !writeMotionNow(robot, talksNonsense())) return false;
+  copy = motionRecord_;
+  return true;
+}
+
+// The body is the same as the robot's own: only the caller's thread moves it.
+void BufferPublisher::writeMotion(const BodyState&, bool spoilt) {
+  RobotCore::Access robot = core_->access();
+  if (!writeMotionNow(robot, spoilt)) throw std::runtime_error(kLost);
 }
 
 void BufferPublisher::writeSensors(const BodyState& body, bool spoilt) {
   fill(sensorRecord_, body);
   if (spoilt) spoil(sensorRecord_, nextTurn());
-  write(sensorBuffer_, sensorRecord_);
+  if (sensorBuffer_.put(&sensorRecord_, sizeof(sensorRecord_)) == 0)
+    throw std::runtime_error(kLost);
 }
 
 }  // namespace orvane::robot

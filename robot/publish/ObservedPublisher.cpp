@@ -24,7 +24,7 @@ dds::pub::qos::DataWriterQos observedWriterQos(const std::string& deviceId) {
 
 ObservedPublisher::ObservedPublisher(const dds::domain::DomainParticipant& participant,
                                      const std::string& deviceId, std::shared_ptr<Voice> voice)
-    : Publisher(std::move(voice)),
+    : Publisher(std::move(voice), false),
       publisher_(participant),
       motionTopic_(participant, "motion/observed"),
       sensorTopic_(participant, "sensor/observed"),

@@ -1,5 +1,6 @@
 #include "publish/Publisher.h"
 
+#include <algorithm>
 #include <exception>
 
 #include "pbase/CTime.h"
@@ -12,10 +13,22 @@ constexpr std::uint64_t kReportEveryMs = 1000;
 
 }  // namespace
 
-void Publisher::publish(const BodyState& body, bool withSensors) noexcept {
+bool Publisher::Cadence::due(std::uint32_t stepUs, std::uint32_t periodUs) noexcept {
+  // What is left of a longer period than the present one doesn't count.
+  leftUs = std::min<std::int64_t>(leftUs - stepUs, periodUs);
+  if (leftUs > 0) return false;
+  leftUs = std::max<std::int64_t>(leftUs + periodUs, 0);
+  return true;
+}
+
+void Publisher::publish(const BodyState& body, std::uint32_t stepUs,
+                        std::uint32_t sessionHz) noexcept {
+  const bool agreed = forSessions_ && sessionHz > 0;
+  const bool withMotion = motion_.due(stepUs, agreed ? 1'000'000 / sessionHz : kMotionUs);
+  const bool withSensors = sensors_.due(stepUs, kSensorUs);
   if (voice_->isSilent()) return;
   const bool spoilt = voice_->talksNonsense();
-  tryWrite(&Publisher::writeMotion, body, spoilt);
+  if (withMotion) tryWrite(&Publisher::writeMotion, body, spoilt);
   if (withSensors) tryWrite(&Publisher::writeSensors, body, spoilt);
 }
 

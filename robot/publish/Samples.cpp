@@ -1,7 +1,5 @@
 #include "publish/Samples.h"
 
-#include "body/LegKinematics.h"
-
 namespace orvane::robot {
 namespace {
 
@@ -46,7 +44,7 @@ void fillMotor(Motor& motor, const BodyState& body, std::size_t index) {
   motor.torque = static_cast<float>(joint.torque);
   motor.temp = static_cast<float>(joint.temperature);
   motor.voltage = static_cast<float>(body.battery.voltage);
-  motor.maxTorque = static_cast<float>(kJointLimits[index % kJointsPerLeg].maxTorque);
+  motor.maxTorque = static_cast<float>(joint.maxTorque);
   setAddress(motor, index / kJointsPerLeg, index % kJointsPerLeg);
 }
 

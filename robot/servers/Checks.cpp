@@ -66,6 +66,19 @@ std::optional<std::uint32_t> ObjectReader::optionalUnsigned(const char* key) {
   return value->asUInt();
 }
 
+std::uint64_t ObjectReader::unsigned64(const char* key) {
+  const Json::Value* value = find(key);
+  if (value == nullptr) {
+    fail(Reason::kInvalid, std::string(key) + " is missing");
+    return 0;
+  }
+  if (!value->isUInt64()) {
+    fail(Reason::kInvalid, std::string(key) + " must be a whole number of 64 bits");
+    return 0;
+  }
+  return value->asUInt64();
+}
+
 std::string ObjectReader::text(const char* key, std::size_t longest) {
   const Json::Value* value = find(key);
   if (value == nullptr) {

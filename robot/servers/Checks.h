@@ -31,6 +31,8 @@ class ObjectReader {
   std::optional<double> optionalNumber(const char* key, const Range& range);
   std::optional<bool> optionalBool(const char* key);
   std::optional<std::uint32_t> optionalUnsigned(const char* key);
+  /// A whole number from 0 to 2^64 - 1. Refused when absent.
+  std::uint64_t unsigned64(const char* key);
   /// A text of 1 to `longest` bytes.
   std::string text(const char* key, std::size_t longest);
   /// An object or null; null when absent.

@@ -45,6 +45,25 @@ Json::Value controlDocument(RobotCore::Access& robot) {
   return document;
 }
 
+Json::Value sessionDocument(RobotCore::Access& robot) {
+  Json::Value document;
+  const auto& session = robot.session().current();
+  document[Key("active")] = session.has_value();
+  if (session) {
+    document[Key("holder")] = session->holder;
+    document[Key("observedHz")] = session->observedHz;
+    document[Key("leaseTimeout")] = session->leaseMs;
+    document[Key("remainingMs")] = Json::UInt64(session->untilMs - robot.nowMs());
+  }
+  document[Key("motors")] = nameOf(robot.motors().mode());
+  const RecordCounts& counts = robot.motors().counts();
+  document[Key("commands")] = Json::UInt64(counts.commands);
+  document[Key("refused")] = Json::UInt64(counts.refused);
+  document[Key("lost")] = Json::UInt64(counts.lost);
+  document[Key("lastRefusal")] = textOf(counts.lastRefusal);
+  return document;
+}
+
 Json::Value refusalDocument(const RefusedRequest& refused) {
   Json::Value document;
   if (refused.method.empty()) return document;
@@ -121,6 +140,7 @@ Json::Value motionStateDocument(RobotCore::Access& robot, const std::string& dev
   params[Key("bodyHeight")] = robot.motion().bodyHeight();
   params[Key("stepHeight")] = robot.motion().stepHeight();
   document[Key("control")] = controlDocument(robot);
+  document[Key("lowLevel")] = sessionDocument(robot);
   document[Key("lastRefusal")] = refusalDocument(robot.lastRefusal());
   return document;
 }

@@ -23,7 +23,8 @@ inline constexpr const char* kVersion = "1.0.0";
 [[nodiscard]] Json::Value capabilitiesDocument();
 
 /// What it does now: "posture", "velocity", "command", "control" (who, since when, until when),
-/// "emergencyStop", "lastRefusal".
+/// "emergencyStop", "lowLevel" (the session, what the motors do, what came of the records),
+/// "lastRefusal".
 [[nodiscard]] Json::Value motionStateDocument(RobotCore::Access& robot,
                                               const std::string& deviceId);
 

@@ -4,7 +4,6 @@
 
 #include "Board.h"
 #include "Network.h"
-#include "publish/BufferPublisher.h"
 #include "servers/RequestServer.h"
 
 namespace orvane::robot {
@@ -23,6 +22,7 @@ Side::Plan BoardSide::plan() const {
   Plan plan{{},
             {{"brainServer", kBrain.name, RequestServer::kBrainService},
              {"mediaServer", kBrain.name, RequestServer::kBrainService},
+             {"motionServer", kBrain.name, RequestServer::kMotionService},
              {"cerebellumServer", kCerebellum.name, RequestServer::kService}},
             {{"brainServer", kBrain.name},
              {"mediaServer", kBrain.name},
@@ -38,8 +38,21 @@ std::string BoardSide::joinFailure() const {
          " (the log says why)";
 }
 
-std::unique_ptr<Publisher> BoardSide::makePublisher(Pexal::PDBus::IDDSFactory&) const {
-  return std::make_unique<BufferPublisher>(robot().faults->voice());
+std::unique_ptr<Publisher> BoardSide::makePublisher(Pexal::PDBus::IDDSFactory&) {
+  auto publisher = std::make_unique<BufferPublisher>(robot().core, robot().faults->voice());
+  observed_ = publisher.get();
+  return publisher;
+}
+
+bool BoardSide::openMotors(std::string& error) {
+  motors_ = std::make_unique<MotorChannels>(robot().core, robot().faults->voice(), *observed_);
+  if (motors_->open()) return true;
+  error = "can't open the motors' channels (the log says why)";
+  return false;
+}
+
+void BoardSide::closeMotors() {
+  motors_.reset();
 }
 
 }  // namespace orvane::robot

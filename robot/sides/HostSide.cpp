@@ -33,7 +33,7 @@ std::string HostSide::joinFailure() const {
   return robot::joinFailure(interface_, domain_);
 }
 
-std::unique_ptr<Publisher> HostSide::makePublisher(Pexal::PDBus::IDDSFactory& factory) const {
+std::unique_ptr<Publisher> HostSide::makePublisher(Pexal::PDBus::IDDSFactory& factory) {
   return std::make_unique<ObservedPublisher>(factory.participant(kHostDomain), robot().deviceId,
                                              robot().faults->voice());
 }

@@ -16,7 +16,7 @@ class HostSide final : public Side {
   [[nodiscard]] Plan plan() const override;
   [[nodiscard]] std::string joinFailure() const override;
   [[nodiscard]] std::unique_ptr<Publisher> makePublisher(
-      Pexal::PDBus::IDDSFactory& factory) const override;
+      Pexal::PDBus::IDDSFactory& factory) override;
 
   const std::string interface_;
   const std::uint32_t domain_;

@@ -50,7 +50,7 @@ bool Side::open(std::string& error) {
 
 bool Side::serve(std::string& error) {
   const Plan served = plan();
-  if (!serveEvents(served, error)) return false;
+  if (!openMotors(error) || !serveEvents(served, error)) return false;
   for (const Server& row : served.servers) {
     const auto handle = [faults = robot_.faults, service = row.service](const RpcRequest& request) {
       return faults->requests().handle(request, service);
@@ -90,6 +90,7 @@ bool Side::addServer(const Plan& plan, const char* name, const char* domain,
 void Side::endRequests() {
   for (const auto& server : servers_) server->stop();
   servers_.clear();
+  closeMotors();
 }
 
 void Side::close() {

@@ -80,7 +80,11 @@ class Side {
   [[nodiscard]] virtual std::string joinFailure() const = 0;
   /// Throws std::exception.
   [[nodiscard]] virtual std::unique_ptr<Publisher> makePublisher(
-      Pexal::PDBus::IDDSFactory& factory) const = 0;
+      Pexal::PDBus::IDDSFactory& factory) = 0;
+  /// Takes motor commands from now on, where there are any. False: `error` says why.
+  [[nodiscard]] virtual bool openMotors(std::string& /*error*/) { return true; }
+  /// Takes no more of them; the publisher still lives.
+  virtual void closeMotors() {}
 
   [[nodiscard]] bool serveEvents(const Plan& plan, std::string& error);
   [[nodiscard]] bool addServer(const Plan& plan, const char* name, const char* domain,

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "highlevel/HighLevelFactory.h"
+#include "lowlevel/LowLevelFactory.h"
 #include "orvane/RobotSdk/IMotionHighLevelClient.h"
 #include "orvane/RobotSdk/IMotionLowLevelClient.h"
 #include "pbase/CMutex.h"
@@ -19,16 +20,33 @@ constexpr char kUnit[] = "ClientFactories";
 using HighLevelClient = std::shared_ptr<IMotionHighLevelClient>;
 using LowLevelClient = std::shared_ptr<IMotionLowLevelClient>;
 
-/// The robot board's one high-level client: it lives as long as the application holds it.
-HighLevelClient theBoardClient(bool asMaster) {
-  // Never destroyed: a static of the application may ask for a client while the process ends.
-  static auto& clientMutex = *new Pexal::PBase::CMutex;  // guards boardClient
-  static auto& boardClient = *new std::weak_ptr<IMotionHighLevelClient>;
-  const std::lock_guard lock(clientMutex);
-  if (auto alive = boardClient.lock()) return alive;
-  auto made = makeBoardHighLevelClient(asMaster);
-  boardClient = made;
-  return made;
+/// The robot board's one client of a kind: it lives as long as the application holds it. Never
+/// destroyed: a static of the application may ask for a client while the process ends.
+template <class Client>
+class BoardClient {
+ public:
+  template <class Make>
+  [[nodiscard]] std::shared_ptr<Client> get(const Make& make) {
+    const std::lock_guard lock(mutex_);
+    if (auto alive = client_.lock()) return alive;
+    auto made = make();
+    client_ = made;
+    return made;
+  }
+
+ private:
+  Pexal::PBase::CMutex mutex_;  // guards client_
+  std::weak_ptr<Client> client_;
+};
+
+HighLevelClient theHighLevelClient(bool asMaster) {
+  static auto& client = *new BoardClient<IMotionHighLevelClient>;
+  return client.get([&] { return makeBoardHighLevelClient(asMaster); });
+}
+
+LowLevelClient theLowLevelClient() {
+  static auto& client = *new BoardClient<IMotionLowLevelClient>;
+  return client.get(makeLocalLowLevelClient);
 }
 
 HighLevelClient createHighLevel(bool asMaster) {
@@ -38,7 +56,7 @@ HighLevelClient createHighLevel(bool asMaster) {
           "high level create(asMaster) only for local board, external please use create(deviceId)");
       return nullptr;
     case service::kRobotBoard:
-      return theBoardClient(asMaster);
+      return theHighLevelClient(asMaster);
     default:
       std::puts("motion sdk service not initial");
       return nullptr;
@@ -61,6 +79,13 @@ HighLevelClient createHighLevel(std::string deviceId) {
   }
 }
 
+LowLevelClient createLowLevel() {
+  if (service::deployment() == service::kRobotBoard) return theLowLevelClient();
+  MOTION_LOG(kUnit, level::kError,
+             "native low level control only supported on local board deployment");
+  return nullptr;
+}
+
 }  // namespace
 
 // Defined here, out of line, so that each interface's tables live in this library only.
@@ -78,9 +103,7 @@ HighLevelClient IMotionHighLevelClient::create(std::string deviceId) {
 }
 
 LowLevelClient IMotionLowLevelClient::create() {
-  MOTION_LOG(kUnit, level::kError,
-             "native low level control only supported on local board deployment");
-  return nullptr;
+  return guarded("create", createLowLevel, LowLevelClient());
 }
 
 }  // namespace orvane::RobotSdk

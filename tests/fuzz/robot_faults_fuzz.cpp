@@ -47,12 +47,12 @@ void checkText(const std::string& text) {
                 "what is read prints as a line that reads the same", printed);
 }
 
-class Robot {
+class FuzzedRobot {
  public:
-  Robot() { fuzz::require(faults_->start(), "the timetable runs"); }
-  Robot(const Robot&) = delete;
-  Robot& operator=(const Robot&) = delete;
-  ~Robot() { faults_->stop(); }
+  FuzzedRobot() { fuzz::require(faults_->start(), "the timetable runs"); }
+  FuzzedRobot(const FuzzedRobot&) = delete;
+  FuzzedRobot& operator=(const FuzzedRobot&) = delete;
+  ~FuzzedRobot() { faults_->stop(); }
 
   void play(std::string_view line) {
     std::string_view rest = line;
@@ -127,5 +127,5 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  return fuzz::playSteps<Robot>(fuzz::textOf(data, size), kMostSteps);
+  return fuzz::playSteps<FuzzedRobot>(fuzz::textOf(data, size), kMostSteps);
 }

@@ -31,7 +31,7 @@ constexpr std::uint64_t kLongestPassMs = 700'000;  // longer than any lease
 constexpr std::uint32_t kStepMs = 10;              // the longest that a body takes
 constexpr std::uint32_t kMostControlSteps = 400;   // per pass: standing up takes 3 s
 
-class Robot {
+class FuzzedRobot {
  public:
   void play(std::string_view line) {
     const std::string_view method = fuzz::takeUntil(line, ' ');
@@ -79,7 +79,9 @@ class Robot {
     Json::Value& call = request.document["call"];
     if (call.isObject() && call["clientId"] == Json::Value("@")) call["clientId"] = controller_;
     const bool holds = holdsControl(request.document);
-    const RpcReply reply = server_.handle(request);
+    const bool session = request.service == RequestServer::kMotionService;
+    const RpcReply reply =
+        server_.handle(request, session ? RequestServer::kMotionService : RequestServer::kService);
     const Json::Value& document = reply.document;
     fuzz::require(fuzz::isJson(jsonToString(document)), "an answer can be sent");
     if (reply.status != RpcStatus::kOk) {
@@ -151,7 +153,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Robot robot;
+  FuzzedRobot robot;
   for (const std::string_view line : fuzz::linesOf(fuzz::textOf(data, size), kMostSteps)) {
     robot.play(line);
     robot.checkAlive();

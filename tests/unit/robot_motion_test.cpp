@@ -70,13 +70,15 @@ void bringTo(Robot& robot, Posture posture) {
                                        {true, false, Action::kLaying},
                                        {false, false, Action::kRecoveryStand},
                                        {true, false, Action::kDisable},
-                                       {true, false, Action::kEmergencyStop}};
+                                       {true, false, Action::kEmergencyStop},
+                                       {true, false, {}}};
   const Way& way = kWays[static_cast<std::size_t>(posture)];
   if (way.standing) makeStanding(robot);
   if (way.walking) robot.keepWalking(kFullSpeed, 1);
   if (way.last) {
     ASSERT_FALSE(robot.start(*way.last));
   }
+  if (posture == Posture::kLowLevel) robot.motion.enterLowLevel();
   ASSERT_EQ(robot.motion.posture(), posture);
 }
 
@@ -92,11 +94,11 @@ constexpr Row kRows[] = {
     {Posture::kStanding, "SDSdWSE"},      {Posture::kWalking, "BBBdWBE"},
     {Posture::kStopping, "BBBdWBE"},      {Posture::kLyingDown, "UDUd-DE"},
     {Posture::kRecovering, "RDRd-RE"},    {Posture::kDamped, "UdRd-dE"},
-    {Posture::kEmergencyStop, "--RE-EE"},
+    {Posture::kEmergencyStop, "--RE-EE"}, {Posture::kLowLevel, "------E"},
 };
 
 char initialOf(Posture posture) {
-  return "LUSWBDRdE"[static_cast<int>(posture)];
+  return "LUSWBDRdEl"[static_cast<int>(posture)];
 }
 
 TEST(Motion, knowsWhatIsPossibleInEveryPosture) {

@@ -18,7 +18,8 @@ TEST_F(RobotRequests, badDocumentsAreRefused) {
         R"({"call":{"clientId":"a"},"params":[1,2]})"}) {
     EXPECT_EQ(told(send("takeMotionControl", json(document))), "refused 22") << document;
   }
-  EXPECT_EQ(told(send("queryMotionState", json("{}"), "brainAppService")), "status 8");
+  EXPECT_EQ(told(faults_.requests().handle({"brainAppService", "queryMotionState", {}, false})),
+            "status 8");
   EXPECT_EQ(told(ask("makeCoffee", "app")), "status 9");
 }
 

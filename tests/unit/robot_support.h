@@ -43,14 +43,15 @@ class RobotBench : public ::testing::Test {
  protected:
   Pexal::PDBus::RpcReply send(const std::string& method, const Json::Value& document,
                               const char* service = RequestServer::kService) {
-    return faults_.requests().handle({service, method, document, false});
+    return faults_.requests().handle({service, method, document, false}, service);
   }
   Pexal::PDBus::RpcReply ask(const std::string& method, const std::string& clientId,
-                             const std::string& params = "") {
+                             const std::string& params = "",
+                             const char* service = RequestServer::kService) {
     Json::Value document;
     document["call"]["clientId"] = clientId;
     if (!params.empty()) document["params"] = json(params);
-    return send(method, document);
+    return send(method, document, service);
   }
   Pexal::PDBus::RpcReply act(const std::string& clientId, const std::string& action,
                              const std::string& params = "{}") {

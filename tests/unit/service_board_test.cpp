@@ -147,6 +147,19 @@ TEST_F(ServiceOnBoard, HandsOutOneHighLevelClientAtATime) {
   EXPECT_EQ(IMotionHighLevelClient::create("robot"), nullptr);
 }
 
+TEST_F(ServiceOnBoard, HandsOutOneLowLevelClientAtATime) {
+  ASSERT_TRUE(start());
+  auto first = IMotionLowLevelClient::create();
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(IMotionLowLevelClient::create(), first);
+  const std::weak_ptr<IMotionLowLevelClient> former = first;
+  first.reset();
+  EXPECT_TRUE(former.expired());
+  EXPECT_NE(IMotionLowLevelClient::create(), nullptr);
+  stop();
+  EXPECT_EQ(IMotionLowLevelClient::create(), nullptr);
+}
+
 // --- a board whose daemon isn't up yet ---
 
 class ServiceWithoutMarker : public BoardTest {

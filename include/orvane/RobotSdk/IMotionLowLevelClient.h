@@ -11,45 +11,61 @@ namespace orvane::RobotSdk {
 
 class IMediaBusClient;  // not available in this build: createMediaBusClient always returns empty
 
-/// Tells of every change of state with the last error. Runs on the client's worker thread with no
-/// lock held.
+/// Told of a change of state: (2, 0) a session was taken, or the drive went off; (3, 0) the drive
+/// is on; (4, code) the session was lost. Also told when an attempt to take a session failed: (1 or
+/// 4, code), with code 1, 2 or 11; the next attempt follows by itself. Changes to 0 and 1, which
+/// are the application's own doing, aren't told. Runs on the client's worker thread with no lock
+/// held. While it runs the session isn't renewed: it must not take longer than two thirds of the
+/// lease. It may call every operation of the client; disconnect doesn't wait there.
 using LowLevelStateCallback = std::function<void(std::uint32_t state, std::uint32_t lastError)>;
 
-/// One robot, commanded motor by motor: the loop of a control engineer. This release hands out no
-/// low-level client yet; create() says so in the log.
+/// One robot, commanded motor by motor: the loop of a control engineer. Available on the robot's
+/// board.
 ///
 /// State, as getState() gives it: 0 disconnected; 1 connecting; 2 connected, the motors' drive off;
-/// 3 prepared, motor commands are taken; 4 the session was lost.
+/// 3 prepared, motor commands are taken; 4 the session was lost and another one is being taken.
 ///
 /// Errors: an operation that fails returns false and leaves a code for getLastError():
 ///   0 none (connect and disconnect clear it)
 ///   1 no server, or the motor channels couldn't be opened
-///   2 the session couldn't be taken          4 the robot declared the session invalid
+///   2 the session couldn't be taken
+///   4 a renewal of the session failed, or the robot declared the session invalid
 ///   7 a wait ran out, or emergencyStop / restoreMotionControlMode failed
 ///   8 wrong state, no session, another thread is inside the same kind of operation, or a channel
-///   is
-///     missing
+///     is missing
 ///   9 a motor command while the drive is off (state 2)
-///  10 invalid argument                      11 the role of motion master was refused
+///  10 invalid argument
+///  11 the role of motion master was refused
 ///
-/// Threads: every operation may be called from any thread; motor commands and waits are made for
-/// one control thread, and a second one is refused with error 8 rather than made to wait.
+/// Threads: every operation may be called from any thread. publishMotorAction, publishMaxTorque and
+/// requireObserved are made for one control thread: while one of them runs, another thread's call
+/// of any of them is refused with error 8 rather than made to wait. requireSensor runs beside them.
+/// Refusals of these are logged too, once a second at the most.
+///
+/// A record that these send belongs to the session in which the call began; the robot carries out
+/// none of a session that has ended.
 class ORVANE_API IMotionLowLevelClient {
  public:
-  /// Ends the session and the worker; true. Waits for the worker, unless called from a callback.
+  /// Ends the session (the robot switches the drive off) and the worker; true. Waits for the worker
+  /// and what it has under way: a request to a dead server for up to 10 s, the state callback for
+  /// as long as that takes. From inside a callback it returns at once, and the worker ends by
+  /// itself.
   virtual bool disconnect() = 0;
-  /// 0 to 4, see above.
+  /// 0 to 4, see above. Never waits.
   virtual std::uint32_t getState() = 0;
   /// The last error code. On the robot board it is set back to 0, on an external host it is kept.
+  /// Never waits.
   virtual std::uint32_t getLastError() = 0;
   /// Switches the motors' drive on (state 3) or off (state 2). On the robot board the worker does
-  /// it and reports the change; true, also when disconnected (then nothing happens). On an external
-  /// host at once; error 8 below state 2.
+  /// it, repeats it until the robot is ready, and reports the change; the wish outlives a lost
+  /// session and ends with disconnect. True at once, also when disconnected (then nothing happens).
+  /// On an external host at once; error 8 below state 2.
   virtual bool setSessionFlag(bool enable) = 0;
   /// Stops all motors. Needs state 3, else error 8; error 7 when the robot refused or didn't answer
   /// within `timeoutMs` milliseconds.
   virtual bool emergencyStop(std::uint32_t timeoutMs) = 0;
-  /// Replaces who is told of changes of state; at any time.
+  /// Replaces who is told of changes of state; at any time; an empty one: nobody. The former
+  /// callback may be running still when this returns; after disconnect none is.
   virtual void setStateCallback(LowLevelStateCallback callback) = 0;
   /// Always empty: the media bus isn't enabled in this build (logged).
   virtual std::shared_ptr<IMediaBusClient> createMediaBusClient() = 0;
@@ -58,23 +74,29 @@ class ORVANE_API IMotionLowLevelClient {
   /// false.
   virtual bool restoreMotionControlMode(std::uint32_t timeoutMs) = 0;
   /// Takes a session: observed records at `observedHz` a second, a lease of `leaseTimeoutMs`
-  /// milliseconds (0: 60000). Returns at once; the worker reports the outcome through the state
-  /// callback. Error 1 when there is no server.
+  /// milliseconds (0: 60000); the robot may grant other figures. Returns at once; the worker takes
+  /// the session, keeps it, and takes another one when it is lost, all told through the state
+  /// callback. True, and nothing changes, unless the state is 0. Error 1 when there is no server.
   virtual bool connect(std::uint32_t observedHz, std::uint32_t leaseTimeoutMs) = 0;
-  /// Which motors the robot has. Asked for once, at most `timeoutMs` milliseconds, then answered
-  /// from a copy.
+  /// Which motors the robot has; in any state, once connect has succeeded. Asked for once, at most
+  /// `timeoutMs` milliseconds, then answered from a copy. Error 10: `out` is null.
   virtual bool getMotorLayout(MotorLayout* out, std::uint32_t timeoutMs) = 0;
   /// Waits up to `timeoutUs` microseconds for a sensor record that is newer than the newest one at
-  /// the moment of the call. Error 8: wrong state, no channel, `out` is null; 7: none came. On an
-  /// external host there are none: `out` is cleared, the result false.
+  /// the moment of the call. Error 8: wrong state, no channel, `out` is null, or the session ended
+  /// meanwhile; 7: none came. On an external host there are none: `out` is cleared, the result
+  /// false.
   virtual bool requireSensor(ObservedSensorRecord* out, std::uint32_t timeoutUs) = 0;
   /// Asks for an observed record and waits up to `timeoutMs` milliseconds (note: not microseconds)
-  /// for one that is newer than the newest at the moment of the call. Error 10: `out` is null; 8:
-  /// wrong state or busy; 7: none came.
+  /// for one that is newer than the newest at the moment of the call. The wait spins for 50
+  /// microseconds and sleeps from then on, 0.1 ms at a time. Error 10: `out` is null; 8: wrong
+  /// state or busy, or the session ended meanwhile; 7: none came. After a failure `out` may hold
+  /// anything. A time of more than 4294967 ms is taken modulo 2^32 microseconds.
   virtual bool requireObserved(ObservedMotionRecord* out, std::uint32_t timeoutMs) = 0;
   /// Commands motorNum (1 to 16) motors. Needs state 3 (error 9 in state 2, else 8); error 10 for
-  /// another count. `record` must not be null; `trailer` may be, and is ignored on an external
-  /// host. Never waits.
+  /// another count or a null `record`. `trailer` may be null, and is ignored on an external host.
+  /// The error code stays as it was when the record couldn't be written, since the robot's process
+  /// left none of the channel's chunks free for 6 ms; otherwise it never waits: no mutex, no
+  /// allocation, no system call unless the robot's process sleeps.
   virtual bool publishMotorAction(const LowLevelMotorRecord* record,
                                   const LowLevelTrailer* trailer) = 0;
   /// Sets the largest torques, taken from the `torque` of each entry; conditions and errors as for
@@ -83,8 +105,9 @@ class ORVANE_API IMotionLowLevelClient {
 
   virtual ~IMotionLowLevelClient();
 
-  /// The low-level client for this deployment. Empty, with a log line at level 4, when there is
-  /// none: always, in this release.
+  /// The low-level client for this deployment; IMotionSdkService::initial comes first. On the
+  /// robot's board: the process's one client, which lives as long as the application holds it (the
+  /// release of the last reference disconnects it). Empty, with a log line at level 4, elsewhere.
   static std::shared_ptr<IMotionLowLevelClient> create();
 };
 
