@@ -8,11 +8,6 @@
 #include "pbase/CThread.h"
 
 namespace Pexal::PBase {
-namespace {
-
-constexpr std::uint32_t kLongestSleepMs = 100;
-
-}  // namespace
 
 /// What the application gets. Lives inside a control block, which keeps the attachment.
 class Attachment::Chunk final : public SharedMemBuffer {
@@ -158,7 +153,8 @@ void Attachment::skip() noexcept {
   if (next_ <= last) advance(last + 1);
 }
 
-bool Attachment::sleep(const std::atomic<std::uint32_t>& word, std::uint32_t seen) noexcept {
+bool Attachment::sleep(const std::atomic<std::uint32_t>& word, std::uint32_t seen,
+                       std::uint32_t limitMs) noexcept {
   SegmentHead& head = segment_->head();
   FutexWord& wake = segment_->place(place_).wake;
   const std::uint32_t expected = wake.load(std::memory_order_acquire);
@@ -166,7 +162,7 @@ bool Attachment::sleep(const std::atomic<std::uint32_t>& word, std::uint32_t see
   FutexEnd end = FutexEnd::kChanged;
   if (head.published.load() < next_ && head.retired.load() == 0 && word.load() == seen) {
     const ExternalWait outside;
-    end = futexWait(wake, expected, kLongestSleepMs);
+    end = futexWait(wake, expected, limitMs);
   }
   // The publisher takes the bit when it wakes; after a kick it costs it one needless call.
   if (end != FutexEnd::kWoken) head.sleeping.fetch_and(~bit_);

@@ -39,9 +39,11 @@ class Attachment : public std::enable_shared_from_this<Attachment> {
   [[nodiscard]] std::shared_ptr<SharedMemBuffer> take();
   /// Skips all that was published.
   void skip() noexcept;
-  /// Sleeps until something is there, a kick, or 100 ms have passed; false in the last case.
+  static constexpr std::uint32_t kLongestSleepMs = 100;
+  /// Sleeps until something is there, a kick, or `limitMs` have passed; false in the last case.
   /// Doesn't when `word` isn't `seen`.
-  [[nodiscard]] bool sleep(const std::atomic<std::uint32_t>& word, std::uint32_t seen) noexcept;
+  [[nodiscard]] bool sleep(const std::atomic<std::uint32_t>& word, std::uint32_t seen,
+                           std::uint32_t limitMs = kLongestSleepMs) noexcept;
   /// Ends a sleep.
   void kick() const noexcept { segment_->wakePlace(place_); }
   /// Awaits nothing any more, for good.
