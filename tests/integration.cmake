@@ -5,6 +5,7 @@ target_link_libraries(sdk_test_support
   PUBLIC robotMotionSdk virtual_robot platform::pbase PkgConfig::jsoncpp PRIVATE orvane_options)
 
 add_executable(sdk_client integration/programs/sdk_client.cpp)
+target_include_directories(sdk_client PRIVATE integration)
 target_link_libraries(sdk_client PRIVATE orvane_options robotMotionSdk Threads::Threads)
 
 set(sdk_test_programs sdk_client virtual-robot minimal walk_square)
@@ -28,6 +29,7 @@ set_tests_properties(sdk_process_test PROPERTIES RUN_SERIAL ON)
 orvane_sdk_test(sdk_robot_fault_test 300)
 orvane_sdk_test(sdk_endurance_test 400)
 orvane_sdk_test(sdk_board_test 300 BOARD)
+orvane_sdk_test(sdk_lowlevel_test 300 BOARD)
 orvane_sdk_test(sdk_examples_test 300)
 
 add_test(NAME check_format COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-format)

@@ -46,14 +46,6 @@ bool heardOf(const Client& client, const std::string& posture) {
   });
 }
 
-bool seesMore(const Client& client) {
-  const auto motion = client.seen->motion().size();
-  const auto sensor = client.seen->sensor().size();
-  return waitUntil([&] {
-    return client.seen->motion().size() > motion + 5 && client.seen->sensor().size() > sensor + 5;
-  });
-}
-
 void standWalkAndLeave(bool asMaster) {
   const RobotProcess robot("VR-B", {"--board"});
   const Sdk sdk;

@@ -71,6 +71,11 @@ std::string Process::output() const {
   return output_;
 }
 
+void Process::forgetOutput() {
+  const std::lock_guard lock(mutex_);
+  output_.clear();
+}
+
 std::optional<int> Process::finish(std::uint32_t limitMs) {
   // What an ended process wrote may still be on its way through the pipe. A child of its own that
   // outlives it may hold that open.

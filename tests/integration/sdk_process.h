@@ -27,6 +27,8 @@ class Process {
   /// Waits until the output so far contains `text`. False: it didn't, or the process ended without.
   [[nodiscard]] bool says(const std::string& text, std::uint32_t limitMs);
   [[nodiscard]] std::string output() const;
+  /// From now on `output` and `says` mean what comes later.
+  void forgetOutput();
   /// Exit status of the process, -N when signal N ended it; nothing: it still runs at the limit.
   /// When it has ended, so has its output.
   [[nodiscard]] std::optional<int> finish(std::uint32_t limitMs);

@@ -73,6 +73,15 @@ std::shared_ptr<Seen> Seen::watch(IMotionHighLevelClient& client) {
   return seen;
 }
 
+std::shared_ptr<Seen> Seen::watch(IMotionLowLevelClient& client) {
+  auto seen = std::make_shared<Seen>();
+  client.setStateCallback([seen](std::uint32_t state, std::uint32_t code) {
+    const std::lock_guard lock(seen->mutex_);
+    seen->states_.emplace_back(state, code);
+  });
+  return seen;
+}
+
 std::vector<Seen::State> Seen::states() const {
   const std::lock_guard lock(mutex_);
   return states_;
@@ -122,6 +131,14 @@ bool enableStreams(const Client& client) {
   std::string accepted;
   return client->setMotionObservedEnable(R"({"motionEnable":true,"sensorEnable":true})", &accepted,
                                          kRequestMs);
+}
+
+bool seesMore(const Client& client) {
+  const auto motion = client.seen->motion().size();
+  const auto sensor = client.seen->sensor().size();
+  return waitUntil([&] {
+    return client.seen->motion().size() > motion + 5 && client.seen->sensor().size() > sensor + 5;
+  });
 }
 
 std::string stateText(const Client& client, const char* path) {

@@ -11,6 +11,7 @@
 
 #include "WaitUntil.h"
 #include "orvane/RobotSdk/IMotionHighLevelClient.h"
+#include "orvane/RobotSdk/IMotionLowLevelClient.h"
 #include "orvane/RobotSdk/IMotionSdkService.h"
 #include "pbase/CTime.h"
 
@@ -18,6 +19,7 @@
 namespace sdk_test {
 
 using orvane::RobotSdk::IMotionHighLevelClient;
+using orvane::RobotSdk::IMotionLowLevelClient;
 using orvane::RobotSdk::IMotionSdkService;
 using orvane_test::waitUntil;
 
@@ -63,6 +65,7 @@ class Seen {
 
   /// Registers callbacks on `client`, which isn't connected yet.
   static std::shared_ptr<Seen> watch(IMotionHighLevelClient& client);
+  static std::shared_ptr<Seen> watch(IMotionLowLevelClient& client);  ///< states only
 
   [[nodiscard]] std::vector<State> states() const;
   [[nodiscard]] bool reported(State state) const;
@@ -98,6 +101,8 @@ struct Client {
 [[nodiscard]] inline std::uint64_t nowMs() {
   return Pexal::PBase::CTime::getCurrentMilliSecond();
 }
+/// Both streams of observed state go on.
+[[nodiscard]] bool seesMore(const Client& client);
 /// What `path` ("control.controller") selects in the robot's motion state, a string; "" when there
 /// is none or the request failed.
 [[nodiscard]] std::string stateText(const Client& client, const char* path);

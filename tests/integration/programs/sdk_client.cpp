@@ -1,8 +1,9 @@
 // sdk_client SCENARIO DEVICE [NUMBER]: an application with one client, as a process of its own.
-// DEVICE: a robot's device id, or, on the robot board, --master or --not-master.
-// Prints "state S C" for each connect callback, "in control" once a scenario that wants control has
-// it, and what the scenario itself has to say. NUMBER: the lease in ms, or how many rounds. Exit
-// status 0: all went as it should. The client is alive in a static object until the process ends.
+// DEVICE: a robot's device id, or, on the robot board, --master, --not-master or, for the low-level
+// client, --board. Prints "state S C" for each connect or state callback, "in control" once a
+// scenario that wants control has it, and what the scenario itself has to say. NUMBER: the lease in
+// ms, or how many rounds. Exit status 0: all went as it should. A high-level client is alive in a
+// static object until the process ends.
 
 #include <dirent.h>
 #include <malloc.h>
@@ -21,11 +22,14 @@
 #include <string>
 
 #include "orvane/RobotSdk/IMotionHighLevelClient.h"
+#include "orvane/RobotSdk/IMotionLowLevelClient.h"
 #include "orvane/RobotSdk/IMotionSdkService.h"
+#include "sdk_joints.h"
 
 namespace {
 
 using orvane::RobotSdk::IMotionHighLevelClient;
+using orvane::RobotSdk::IMotionLowLevelClient;
 using orvane::RobotSdk::IMotionSdkService;
 
 constexpr std::uint32_t kRequestMs = 10000;
@@ -174,6 +178,32 @@ bool observeUntilTerminated() {
   return endService();
 }
 
+/// Commands the joints with the drive on, 500 times a second, until its session is lost. It gets
+/// another one, with the drive on too, in which it commands nothing.
+bool commandJointsUntilTerminated() {
+  if (!startService()) return false;
+  const auto joints = IMotionLowLevelClient::create();
+  if (!joints) return false;
+  std::atomic<bool> lost{false};
+  joints->setStateCallback([&](std::uint32_t state, std::uint32_t code) {
+    if (state == 4) lost = true;
+    say("state " + std::to_string(state) + " " + std::to_string(code));
+  });
+  if (!joints->connect(500, number) || !joints->setSessionFlag(true)) return false;
+  orvane::RobotSdk::ObservedMotionRecord start{};
+  orvane::RobotSdk::LowLevelMotorRecord command{};
+  while (!terminatedWithin(2)) {
+    if (lost || joints->getState() != 3) continue;
+    if (command.motorNum == 0 && joints->requireObserved(&start, 1000)) {
+      command = sdk_test::strokeFrom(start);
+    }
+    if (command.motorNum > 0) static_cast<void>(joints->publishMotorAction(&command, nullptr));
+  }
+  const bool ended = joints->disconnect();
+  IMotionSdkService::instance()->shutdown();
+  return ended;
+}
+
 std::size_t entriesOf(const char* path) {
   std::size_t count = 0;
   if (DIR* directory = opendir(path)) {
@@ -235,6 +265,7 @@ constexpr Scenario kScenarios[] = {
     {"release", releaseAndLeaveAtOnce},
     {"walk", walkUntilTerminated},
     {"observe", observeUntilTerminated},
+    {"joints", commandJointsUntilTerminated},
     {"clients", connectAndDisconnectOften},
     {"services", startAndShutDownOften},
 };
