@@ -65,7 +65,7 @@ struct __attribute__((visibility("hidden"))) CShmTripleBuffer::Impl {
   std::atomic<std::uint32_t> unclocked{0};  // calls to come that needn't ask the clock
   std::atomic<std::uint64_t> clockedMs{0};  // when one asked it last
   std::atomic<std::uint32_t> inTick{0};     // how often it gave that time again
-  std::atomic<std::uint64_t> lookedMs{0};   // when one looked for a successor last
+  std::atomic<std::uint64_t> lookedMs{0};  // when one found a new record, or looked for a successor
   std::atomic<bool> looking{false};
   ShmIdentity identity;  // of what is mapped
   ShmIdentity refused;   // the last one that there was a line about
@@ -167,6 +167,8 @@ bool CShmTripleBuffer::Impl::startReading(const std::string& wanted) {
 bool CShmTripleBuffer::Impl::followed(std::uint64_t number) noexcept {
   if (number != 0 && number != newestSeen.load(std::memory_order_relaxed)) {
     newestSeen.store(number, std::memory_order_relaxed);
+    // A writer that goes on has no successor to look for.
+    lookedMs.store(roughMilliseconds(), std::memory_order_relaxed);
     return false;
   }
   return !lock.isHeld() && isLookDue() && look();

@@ -47,14 +47,18 @@ void sleepSimulated(std::uint32_t ns) {
 
 void RTAbsSleep::manualBackoff(std::uint32_t longestNs) noexcept {
   if (VirtualTime::active()) return sleepSimulated(longestNs);
+  if (spin()) return;
+  sleepNs_ = std::min(longestNs, sleepNs_ == 0 ? kFirstSleepNs : sleepNs_ * 2);
+  if (sleepNs_ > 0) sleepUntil(nowNs() + sleepNs_);
+}
+
+bool RTAbsSleep::spin() noexcept {
+  if (VirtualTime::active()) return false;
   const std::uint64_t now = nowNs();
   if (begunNs_ == 0) begunNs_ = now;
-  if (now - begunNs_ < kSpinNs) {
-    for (int i = 0; i < kPausesPerCall; ++i) relax();
-    return;
-  }
-  sleepNs_ = std::min(longestNs, sleepNs_ == 0 ? kFirstSleepNs : sleepNs_ * 2);
-  if (sleepNs_ > 0) sleepUntil(now + sleepNs_);
+  if (now - begunNs_ >= kSpinNs) return false;
+  for (int i = 0; i < kPausesPerCall; ++i) relax();
+  return true;
 }
 
 }  // namespace Pexal::PBase

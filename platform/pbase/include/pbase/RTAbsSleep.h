@@ -19,12 +19,17 @@ namespace Pexal::PBase {
 /// the thread's timer slack allows, by default 50 microseconds.) Under a VirtualClock every call
 /// sleeps the limit in simulated time.
 ///
+/// Who would rather give up than sleep calls spin instead, for as long as it returns true.
+///
 /// Used by one thread; different objects are independent. Takes no mutex and doesn't allocate.
 class PEXAL_API RTAbsSleep {
  public:
   /// Spins or sleeps, see above. `longestNs`: the longest single sleep, in nanoseconds (100000 =
   /// 0.1 ms); 0: never sleeps. A signal may end a sleep early.
   void manualBackoff(std::uint32_t longestNs) noexcept;
+  /// Spins a little. False, at once, when the 50 microseconds since the first call are over, and
+  /// under a VirtualClock.
+  [[nodiscard]] bool spin() noexcept;
 
  private:
   std::uint64_t begunNs_ = 0;  // the first call; 0: none yet

@@ -82,9 +82,10 @@ class PEXAL_API SharedMemPublisher {
   /// Called on the loaning thread, from inside loan. An empty one removes it. What it throws is
   /// logged.
   virtual void setStatusCallback(StatusCallback callback) = 0;
-  /// A chunk for `size` bytes (its size is set to that). Empty, with errno: EAGAIN every chunk is
-  /// held or awaited by a subscriber that lives (try again in a millisecond), ENOMEM `size` is more
-  /// than a chunk holds, EINVAL `flags` isn't 0, ENOTCONN not ready.
+  /// A chunk for `size` bytes (its size is set to that). While there is none it spins, for 50
+  /// microseconds at the most. Empty, with errno: EAGAIN every chunk is held or awaited by a
+  /// subscriber that lives (try again in a millisecond), ENOMEM `size` is more than a chunk holds,
+  /// EINVAL `flags` isn't 0, ENOTCONN not ready.
   [[nodiscard]] virtual SharedMemLoan loan(std::uint32_t size, std::uint32_t flags) noexcept = 0;
   /// Hands the chunk out. False when it is empty or another publisher's, or when its memory was
   /// lost to somebody who cut the file short; then it is given back.

@@ -1,5 +1,7 @@
 #include "shm/RingPublisher.h"
 
+#include <sched.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -8,6 +10,7 @@
 
 #include "pbase/CTime.h"
 #include "pbase/ILogger.h"
+#include "pbase/RTAbsSleep.h"
 
 namespace Pexal::PBase {
 namespace {
@@ -86,6 +89,7 @@ SharedMemLoan RingPublisher::loan(std::uint32_t size, std::uint32_t flags) noexc
     if (!makeSegment()) return refuse(ENOTCONN);
   }
   Chunk* chunk = findFree();
+  if (chunk == nullptr) chunk = awaitFree();
   if (chunk == nullptr && dropReaders()) chunk = findFree();
   if (chunk == nullptr) return refuse(EAGAIN);
   chunk->lend(size);
@@ -117,6 +121,19 @@ RingPublisher::Chunk* RingPublisher::findFree() noexcept {
   if (segment_->head().joins.load(std::memory_order_acquire) != joins_) readCursors();
   if (Chunk* const chunk = findInRing()) return chunk;
   readCursors();
+  return findInRing();
+}
+
+/// A reader that is awake takes a chunk in a fraction of a microsecond, one that was just woken
+/// begins within some: not worth a sleep of the caller's. Waits for several, lest the two go on in
+/// step, each record a transfer of the same cache lines to and fro.
+RingPublisher::Chunk* RingPublisher::awaitFree() noexcept {
+  const std::size_t fewAwaited = chunks_.size() * 3 / 4;
+  RTAbsSleep pause;
+  while (published_ - allTaken_ > fewAwaited && pause.spin()) {
+    ::sched_yield();  // the reader may have been put on this very processor
+    readCursors();
+  }
   return findInRing();
 }
 

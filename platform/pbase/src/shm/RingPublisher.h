@@ -39,6 +39,7 @@ class RingPublisher final : public SharedMemPublisher {
   void giveBack(SharedMemBuffer* chunk) noexcept override;
   [[nodiscard]] bool makeSegment() noexcept;
   [[nodiscard]] Chunk* findFree() noexcept;
+  [[nodiscard]] Chunk* awaitFree() noexcept;
   [[nodiscard]] Chunk* findInRing() noexcept;
   [[nodiscard]] bool takeIfFree(Chunk& chunk) noexcept;
   void readCursors() noexcept;
