@@ -105,13 +105,15 @@ const char* move(IMotionLowLevelClient& robot, int strokes) {
   const std::size_t passes = static_cast<std::size_t>(strokes * kStrokeSeconds * kHertz);
   joint_loop::LoopStatistics statistics(passes);
   double furthest = 0;
+  double last = 0;
   auto next = Clock::now();
   for (std::size_t pass = 0; pass <= passes && interrupted == 0; ++pass) {
     statistics.begin();
     const LowLevelMotorRecord command = stroke.at(static_cast<double>(pass) / kHertz);
     if (!robot.publishMotorAction(&command, nullptr)) statistics.countRefused();
     if (robot.requireObserved(&seen, 5)) {
-      furthest = std::max(furthest, stroke.movedBy(seen));
+      last = stroke.movedBy(seen);
+      furthest = std::max(furthest, last);
     } else {
       statistics.countLost();
     }
@@ -119,8 +121,7 @@ const char* move(IMotionLowLevelClient& robot, int strokes) {
     std::this_thread::sleep_until(next);
   }
   statistics.print();
-  std::printf("joints moved     %.3f rad, and back to %.3f rad from their start\n", furthest,
-              stroke.movedBy(seen));
+  std::printf("joints moved     %.3f rad, and back to %.3f rad from their start\n", furthest, last);
   if (interrupted == 0 && furthest < kFollowed * kStrokeRadians) return "move the joints";
   return nullptr;
 }

@@ -98,9 +98,10 @@ std::variant<bool, Refusal> WorkModeSession::prepare(std::uint64_t id, bool enab
 
 std::optional<Refusal> WorkModeSession::restoreMotion(std::uint64_t id, std::uint64_t nowMs) {
   if (auto refusal = check(id, nowMs)) return refusal;
-  if (current_->drive != WorkMode::Drive::kOff) {
+  if (driveIsOn()) {
     return Refusal{Reason::kNotNow, "the motors' drive is on; switch it off first"};
   }
+  current_->drive = WorkMode::Drive::kOff;  // a client that no longer wants it needn't say so
   current_->motionRestored = true;
   return std::nullopt;
 }

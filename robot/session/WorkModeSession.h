@@ -76,7 +76,8 @@ class WorkModeSession {
   /// the session already. Motion is the session's from then on.
   [[nodiscard]] std::variant<bool, Refusal> prepare(std::uint64_t id, bool enable, bool settled,
                                                     std::uint64_t nowMs);
-  /// Gives motion back to the robot's own controller; needs the drive off. The session stays.
+  /// Gives motion back to the robot's own controller; not while the drive is on. One that powers
+  /// up is off again. The session stays.
   [[nodiscard]] std::optional<Refusal> restoreMotion(std::uint64_t id, std::uint64_t nowMs);
 
   /// Ends what has run out.

@@ -1,5 +1,6 @@
 #include "lowlevel/LocalLowLevelClientImpl.h"
 
+#include <atomic>
 #include <mutex>
 #include <utility>
 
@@ -24,12 +25,26 @@ constexpr std::uint32_t kEndPollMs = 2;
 
 }  // namespace
 
-/// One connect with its worker.
+/// One connect with its worker. All that its start needs is made with it, so that memory which is
+/// short fails the connect and nothing later.
 struct LocalLowLevelClientImpl::Connection {
+  struct Held {
+    std::shared_ptr<LocalLowLevelClientImpl> client;
+    ConnectionPtr connection;
+  };
+
+  Connection(lowlevel::ConnectionNumber number, std::uint32_t observedHz, std::uint32_t leaseMs)
+      : wish{number, observedHz, leaseMs} {}
+  [[nodiscard]] bool isOver() const { return finished && worker.isThreadOver(); }
+
   lowlevel::SessionWish wish;
-  // Under lifecycleLock_:
-  std::unique_ptr<CThreadLite> worker;  // made when it starts
-  bool finished = false;                // the worker is past its last act
+  // What the worker takes with it when it runs. Empty before the start: it would hold itself.
+  const std::shared_ptr<Held> start = std::make_shared<Held>();
+  CThreadLite worker{"robotSdk:LLClientShm", 64, 0, 0, [start = start] {
+                       const Held held = std::exchange(*start, {});
+                       held.client->runWorker(*held.connection);
+                     }};
+  std::atomic<bool> finished{false};  // the worker is past its last act, or never came to be
 };
 
 LocalLowLevelClientImpl::LocalLowLevelClientImpl() : takeToken_(Pexal::Utils::createRandomUUID()) {}
@@ -53,46 +68,40 @@ bool LocalLowLevelClientImpl::connect(std::uint32_t observedHz, std::uint32_t le
 }
 
 bool LocalLowLevelClientImpl::connectNow(std::uint32_t observedHz, std::uint32_t leaseTimeoutMs) {
-  const char* failure = nullptr;
+  if (status_.state() != lowlevel::kDisconnected) return true;
+  if (!rpc_.renewMotionClient()) return failConnect("motionServer rpc client unavailable");
   ConnectionPtr former;  // so that its thread object doesn't end under the lock
+  ConnectionPtr next;    // whose worker is to be started now
   {
     const Lock lock(lifecycleLock_);
     if (status_.state() != lowlevel::kDisconnected) return true;
     former = working_;
-    if (!rpc_.renewMotionClient()) {
-      failure = "motionServer rpc client unavailable";
-    } else {
-      const std::uint32_t leaseMs = leaseTimeoutMs == 0 ? kDefaultLeaseMs : leaseTimeoutMs;
-      current_.reset(new Connection{{connections_ + 1, observedHz, leaseMs}, nullptr});
-      status_.begin(++connections_);
-      const bool workerIsOver =
-          working_ == nullptr || working_->finished || working_->worker->isThreadOver();
-      if (workerIsOver && !startWorker(current_)) failure = "no thread for the worker";
-    }
+    const std::uint32_t leaseMs = leaseTimeoutMs == 0 ? kDefaultLeaseMs : leaseTimeoutMs;
+    current_ = std::make_shared<Connection>(connections_ + 1, observedHz, leaseMs);
+    status_.begin(++connections_);
+    if (working_ == nullptr || working_->finished) next = working_ = current_;
   }
-  if (failure == nullptr) return true;
-  MOTION_LOG(kUnit, level::kError, "shm low level motion connect failed: %s", failure);
+  return next == nullptr || startWorker(next);
+}
+
+/// Gives false.
+bool LocalLowLevelClientImpl::failConnect(const char* reason) {
+  MOTION_LOG(kUnit, level::kError, "shm low level motion connect failed: %s", reason);
   status_.fail(error::kNoChannel);
   return false;
 }
 
-/// With the lock held. False: the system has no thread, and the connection is over.
+/// Of working_, by who made it that, without the lock (what goes wrong is logged). False: the
+/// system has no thread, and the connection is over.
 bool LocalLowLevelClientImpl::startWorker(const ConnectionPtr& connection) {
-  struct Held {
-    std::shared_ptr<LocalLowLevelClientImpl> client;
-    ConnectionPtr connection;
-  };
-  const auto start = std::make_shared<Held>(Held{shared_from_this(), connection});
-  connection->worker = std::make_unique<CThreadLite>("robotSdk:LLClientShm", 64, 0, 0, [start] {
-    const Held held = std::exchange(*start, {});  // for as long as the worker runs
-    held.client->runWorker(*held.connection);
-  });
-  working_ = connection;
-  if (connection->worker->createThread()) return true;
-  *start = {};
-  connection->finished = true;
-  status_.end();
-  return false;
+  *connection->start = {shared_from_this(), connection};
+  const auto create = [&] { return connection->worker.createThread(); };
+  if (guarded("low level worker's start", create, false)) return true;
+  *connection->start = {};
+  status_.endOf(connection->wish.connection);
+  const bool failed = failConnect("no thread for the worker");
+  finishWorker();
+  return failed;
 }
 
 bool LocalLowLevelClientImpl::disconnect() {
@@ -105,17 +114,17 @@ bool LocalLowLevelClientImpl::disconnectNow() {
   ConnectionPtr ending;
   {
     const Lock lock(lifecycleLock_);
-    const bool workerIsOver = working_ == nullptr || working_->worker->isThreadOver();
-    if (status_.state() == lowlevel::kDisconnected && workerIsOver) return true;
+    if (working_ == nullptr) return true;  // never connected
+    if (status_.state() == lowlevel::kDisconnected && working_->isOver()) return true;
     status_.end();
     media.swap(mediaBus_);
     ending = working_;
     ending->wish.wake.post();
-    ending->worker->cancelThread();
+    ending->worker.cancelThread();
   }
   if (media != nullptr) media->stop();
-  if (!CallbackScope::active() && !ending->worker->isCurrentThread()) {
-    while (!ending->worker->isThreadOver()) CThread::sleep(kEndPollMs);
+  if (!CallbackScope::active() && !ending->worker.isCurrentThread()) {
+    while (!ending->isOver()) CThread::sleep(kEndPollMs);
   }
   MOTION_LOG(kUnit, level::kInfo, "local low level client disconnected");
   return true;
@@ -129,22 +138,21 @@ void LocalLowLevelClientImpl::runWorker(Connection& connection) {
       connection.wish, takeToken_, status_, rpc_, channels_, commands_,
       [this, number](std::uint32_t state, std::uint32_t code) { tell(number, state, code); });
   guarded("low level worker", [&] { worker.serve(); });
-  guarded("low level worker's end", [&] { worker.leave(); });
+  worker.leave();
   finishWorker();
 }
 
-/// The worker's last act: makes way, and starts the worker of a connection that waits for its turn.
+/// The last act of working_'s worker: makes way, and starts the worker of a connection that waits
+/// for its turn.
 void LocalLowLevelClientImpl::finishWorker() {
-  bool started = true;
+  ConnectionPtr next;
   {
     const Lock lock(lifecycleLock_);
     working_->finished = true;
-    const bool isNext = current_ != working_ && status_.isCurrent(current_->wish.connection);
-    if (isNext) started = startWorker(current_);
+    const bool waits = current_ != working_ && status_.isCurrent(current_->wish.connection);
+    if (waits) next = working_ = current_;
   }
-  if (started) return;
-  MOTION_LOG(kUnit, level::kError, "shm low level motion connect failed: no thread for the worker");
-  status_.fail(error::kNoChannel);
+  if (next != nullptr) startWorker(next);
 }
 
 // --- the state callback ---

@@ -21,14 +21,14 @@ namespace orvane::RobotSdk {
 /// Threading contract: public operations run on any thread, the state callback included. The only
 /// SDK thread is the worker of a connection, "robotSdk:LLClientShm"; it holds this object while it
 /// runs, so the object may end on it, and the destructor waits for nobody. One worker runs at a
-/// time: a connection made while the last one's worker is still on its way out is started by that
-/// worker as its last act, so connect never waits. On a thread that runs an application callback,
-/// disconnect returns without waiting for the worker; anywhere else it returns when the worker has
-/// ended, and with it the callback.
+/// time: a connection made while the last one's worker is still on its way in or out is started by
+/// that worker as its last act, so connect never waits. On a thread that runs an application
+/// callback, disconnect returns without waiting for the worker; anywhere else it returns when the
+/// worker has ended, and with it the callback.
 ///
 /// Locks: lifecycleLock_, callbackLock_, layoutLock_ and the one of rpc_. None is held across a
-/// request, a callback or a wait, and none is taken under another, but for rpc_'s (a leaf) under
-/// lifecycleLock_. What a control loop calls takes none of them.
+/// request, a callback (the logger's included) or a wait, and none is taken under another. What a
+/// control loop calls takes none of them.
 class LocalLowLevelClientImpl final : public IMotionLowLevelClient,
                                       public std::enable_shared_from_this<LocalLowLevelClientImpl> {
  public:
@@ -63,7 +63,8 @@ class LocalLowLevelClientImpl final : public IMotionLowLevelClient,
 
   bool connectNow(std::uint32_t observedHz, std::uint32_t leaseTimeoutMs);
   bool disconnectNow();
-  [[nodiscard]] bool startWorker(const ConnectionPtr& connection);
+  [[nodiscard]] bool failConnect(const char* reason);
+  bool startWorker(const ConnectionPtr& connection);
   void runWorker(Connection& connection);
   void finishWorker();
   void tell(lowlevel::ConnectionNumber connection, std::uint32_t state, std::uint32_t code);
@@ -81,7 +82,7 @@ class LocalLowLevelClientImpl final : public IMotionLowLevelClient,
                                                 // connections in status_
   lowlevel::ConnectionNumber connections_ = 0;  // made so far
   ConnectionPtr current_;                       // of the last connect
-  ConnectionPtr working_;  // whose worker was started last; not current_ while that waits its turn
+  ConnectionPtr working_;  // whose worker is it; not current_ while that waits its turn
   std::shared_ptr<IMediaBusClient> mediaBus_;
 
   Pexal::PBase::CMutex callbackLock_;  // guards stateCallback_

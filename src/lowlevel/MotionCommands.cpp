@@ -19,6 +19,7 @@ constexpr std::uint32_t kLongestPauseNs = 100'000;
 constexpr std::uint32_t kUsPerMs = 1000;
 constexpr std::uint8_t kNoTrailer = 0xFF;  // in each of the first four bytes
 
+constexpr char kNoSession[] = "state not connected/no session";
 constexpr char kLeftState[] = "sdk not connected (state not in connected/prepared)";
 
 ShareLowLevelMotionCtrlData recordOf(std::uint32_t kind, std::uint64_t sessionId,
@@ -33,8 +34,8 @@ ShareLowLevelMotionCtrlData recordOf(std::uint32_t kind, std::uint64_t sessionId
 
 /// True for one caller a second.
 bool mayLog(std::atomic<std::uint64_t>& lastMs) {
+  std::uint64_t last = lastMs.load();  // before the clock, which is never behind it then
   const std::uint64_t now = CTime::getCurrentMilliSecond();
-  std::uint64_t last = lastMs.load();
   return now - last >= kLogPauseMs && lastMs.compare_exchange_strong(last, now);
 }
 
@@ -53,9 +54,8 @@ struct MotionCommands::Order {
 };
 
 struct MotionCommands::Wait {
-  const char* what;
   const char* timeoutReason;
-  std::uint64_t lengthUs;
+  std::uint32_t lengthUs;
 };
 
 // --- sending ---
@@ -76,43 +76,51 @@ bool MotionCommands::send(const LowLevelMotorRecord* motors, const Order& order)
   const State state = status_.state();
   if (state != kPrepared || sessionId == 0) {
     return state == kConnected ? refuse(error::kDriveOff, "state=kConnected (need kPrepared)")
-                               : refuse(error::kWrongState, "state not connected/no session");
+                               : refuse(error::kWrongState, kNoSession);
   }
   if (motors == nullptr || motors->motorNum - 1 >= kMaxMotors) {
     return refuse(error::kInvalidArgument, "invalid motorNum");
   }
-  bool isWritten = false;
-  {
-    const SendGate::Attempt gate(channels_.gate());
-    if (!gate.holds()) {
-      return refuse(error::kWrongState, "gate busy (concurrent send or cleanup)");
-    }
-    auto* const writer = channels_.writer();
-    if (writer == nullptr) return refuse(error::kWrongState, "ctrl writer null");
-    // Nothing that was meant for one session is sent, or counted, in the next.
-    if (status_.sessionId() != sessionId) {
-      return refuse(error::kWrongState, "state not connected/no session");
-    }
-    ShareLowLevelMotionCtrlData record = recordOf(order.kind, sessionId, status_.nextSeq());
-    record.motors = *motors;
-    if (order.isTimed) record.timestampUs = CTime::getCurrentMicroSecond();
-    if (order.trailer != nullptr) record.trailer = *order.trailer;
-    isWritten = writer->write(record, kRetries);
-  }
-  return isWritten || rejectSend(order.failure);
+  const char* const reason = write(*motors, order, sessionId);
+  return reason == nullptr || rejectSend(reason);
+}
+
+const char* MotionCommands::write(const LowLevelMotorRecord& motors, const Order& order,
+                                  std::uint64_t sessionId) {
+  const SendGate::Attempt gate(channels_.gate());
+  if (!gate.holds()) return failed(error::kWrongState, "gate busy (concurrent send or cleanup)");
+  auto* const writer = channels_.writer();
+  if (writer == nullptr) return failed(error::kWrongState, "ctrl writer null");
+  // Nothing that was meant for one session is sent, or counted, in the next.
+  if (status_.sessionId() != sessionId) return failed(error::kWrongState, kNoSession);
+  ShareLowLevelMotionCtrlData record = recordOf(order.kind, sessionId, status_.nextSeq());
+  record.motors = motors;
+  if (order.isTimed) record.timestampUs = CTime::getCurrentMicroSecond();
+  if (order.trailer != nullptr) record.trailer = *order.trailer;
+  return writer->write(record, kRetries) ? nullptr : order.failure;
 }
 
 bool MotionCommands::publishStoppedCmd(std::uint64_t sessionId) {
+  const char* const reason = writeStop(sessionId);
+  return reason == nullptr || rejectSend(reason);
+}
+
+const char* MotionCommands::writeStop(std::uint64_t sessionId) {
   const SendGate::Attempt gate(channels_.gate());
   // The worker alone changes the writer, and the worker is who calls this.
   auto* const writer = channels_.writer();
   if (sessionId == 0 || writer == nullptr) {
-    return rejectSend("publish stopped cmd rejected: ctrl writer null or session invalid");
+    return "publish stopped cmd rejected: ctrl writer null or session invalid";
   }
-  if (!gate.holds()) return rejectSend("publish stopped cmd rejected: gate busy");
+  if (!gate.holds()) return "publish stopped cmd rejected: gate busy";
   const auto record =
       recordOf(Robot::Motion::kMotorCommandWithTrailer, sessionId, status_.nextSeq());
-  return writer->write(record, kRetries) || rejectSend("publish stopped cmd failed");
+  return writer->write(record, kRetries) ? nullptr : "publish stopped cmd failed";
+}
+
+const char* MotionCommands::failed(std::uint32_t code, const char* reason) {
+  status_.fail(code);
+  return reason;
 }
 
 bool MotionCommands::refuse(std::uint32_t code, const char* reason) {
@@ -135,28 +143,38 @@ bool MotionCommands::requireObserved(ObservedMotionRecord* out, std::uint32_t ti
     status_.fail(error::kInvalidArgument);
     return false;
   }
-  const bool isConnected = status_.isConnected();
-  const SendGate::Attempt gate(channels_.gate());
-  if (!isConnected || !gate.holds()) {
-    status_.fail(error::kWrongState);
-    return false;
+  // The record's field wraps, and the wait is as long.
+  const Wait wait{"wait obs SHM timeout (server didn't write)", timeoutMs * kUsPerMs};
+  const char* refusal = nullptr;
+  const char* failure = nullptr;
+  {
+    const bool isConnected = status_.isConnected();
+    const SendGate::Attempt gate(channels_.gate());
+    if (!isConnected || !gate.holds()) {
+      status_.fail(error::kWrongState);
+      return false;
+    }
+    std::uint64_t base = 0;
+    refusal = writeRequest(wait.lengthUs, base);
+    if (refusal == nullptr) failure = awaitNewer(wait, *channels_.observed(), base, out);
   }
+  if (refusal != nullptr) return rejectObserved(refusal);
+  return failure == nullptr || rejectWait("observed", failure);
+}
+
+/// Also gives the number of the newest record before it.
+const char* MotionCommands::writeRequest(std::uint32_t waitUs, std::uint64_t& base) {
   auto* const reader = channels_.observed();
   auto* const writer = channels_.writer();
   if (reader == nullptr || writer == nullptr) {
-    status_.fail(error::kWrongState);
-    return rejectObserved("writer or reader null");
+    return failed(error::kWrongState, "writer or reader null");
   }
   auto record = recordOf(Robot::Motion::kRequireObserved, status_.sessionId(), status_.nextSeq());
-  record.waitUs = timeoutMs * kUsPerMs;  // the record's field wraps, and the wait is as long
+  record.waitUs = waitUs;
   record.timestampUs = CTime::getCurrentMicroSecond();
-  const std::uint64_t base = reader->latestSeq();
-  if (!writer->write(record, kRetries)) {
-    status_.fail(error::kWrongState);
-    return rejectObserved("publish quire-obs failed");
-  }
-  return awaitNewer({"observed", "wait obs SHM timeout (server didn't write)", record.waitUs},
-                    *reader, base, out);
+  base = reader->latestSeq();
+  if (writer->write(record, kRetries)) return nullptr;
+  return failed(error::kWrongState, "publish quire-obs failed");
 }
 
 bool MotionCommands::requireSensor(ObservedSensorRecord* out, std::uint32_t timeoutUs) {
@@ -165,19 +183,23 @@ bool MotionCommands::requireSensor(ObservedSensorRecord* out, std::uint32_t time
     status_.fail(error::kWrongState);
     return false;
   }
-  const MotionChannels::SensorUse sensor(channels_);
-  if (sensor.reader() == nullptr) {
-    status_.fail(error::kWrongState);
-    return false;
+  const char* failure = nullptr;
+  {
+    const MotionChannels::SensorUse sensor(channels_);
+    if (sensor.reader() == nullptr) {
+      status_.fail(error::kWrongState);
+      return false;
+    }
+    failure = awaitNewer({"wait sensor timeout (server didn't write)", timeoutUs}, *sensor.reader(),
+                         sensor.reader()->latestSeq(), out);
   }
-  return awaitNewer({"sensor", "wait sensor timeout (server didn't write)", timeoutUs},
-                    *sensor.reader(), sensor.reader()->latestSeq(), out);
+  return failure == nullptr || rejectWait("sensor", failure);
 }
 
 /// Looks for a record beyond number `base`, at least twice.
 template <class Record>
-bool MotionCommands::awaitNewer(const Wait& wait, MotionChannels::Reader& reader,
-                                std::uint64_t base, Record* out) {
+const char* MotionCommands::awaitNewer(const Wait& wait, MotionChannels::Reader& reader,
+                                       std::uint64_t base, Record* out) {
   const auto arrived = [&] {
     std::uint64_t seq = 0;
     return reader.latestSeq() > base && reader.get(out, seq) && seq > base;
@@ -185,17 +207,16 @@ bool MotionCommands::awaitNewer(const Wait& wait, MotionChannels::Reader& reader
   const std::uint64_t deadline = CTime::getCurrentMicroSecond() + wait.lengthUs;
   Pexal::PBase::RTAbsSleep pause;
   do {
-    if (arrived()) return true;
+    if (arrived()) return nullptr;
     pause.manualBackoff(kLongestPauseNs);
-    if (!status_.isConnected()) return failWait(wait, error::kWrongState, kLeftState);
+    if (!status_.isConnected()) return failed(error::kWrongState, kLeftState);
   } while (CTime::getCurrentMicroSecond() < deadline);
-  return arrived() || failWait(wait, error::kNotDone, wait.timeoutReason);
+  return arrived() ? nullptr : failed(error::kNotDone, wait.timeoutReason);
 }
 
-bool MotionCommands::failWait(const Wait& wait, std::uint32_t code, const char* reason) {
-  status_.fail(code);
-  MOTION_LOG(kUnit, level::kWarning, " local low level require %s reject: %s, sessionId=%llu",
-             wait.what, reason, printable(status_.sessionId()));
+bool MotionCommands::rejectWait(const char* what, const char* reason) {
+  MOTION_LOG(kUnit, level::kWarning, " local low level require %s reject: %s, sessionId=%llu", what,
+             reason, printable(status_.sessionId()));
   return false;
 }
 

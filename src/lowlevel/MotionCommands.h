@@ -38,13 +38,23 @@ class MotionCommands {
   struct Wait;
 
   [[nodiscard]] bool send(const LowLevelMotorRecord* motors, const Order& order);
+  // These give the reason for which they failed, null when they didn't. It is logged when gate and
+  // reader are free again: the application's logger callback may take its time.
+  [[nodiscard]] const char* write(const LowLevelMotorRecord& motors, const Order& order,
+                                  std::uint64_t sessionId);
+  [[nodiscard]] const char* writeStop(std::uint64_t sessionId);
+  [[nodiscard]] const char* writeRequest(std::uint32_t waitUs, std::uint64_t& base);
+  template <class Record>
+  [[nodiscard]] const char* awaitNewer(const Wait& wait, MotionChannels::Reader& reader,
+                                       std::uint64_t base, Record* out);
+
+  // These leave an error, tell of it, or both, and give false.
   [[nodiscard]] bool refuse(std::uint32_t code, const char* reason);
   [[nodiscard]] bool rejectSend(const char* reason);
   [[nodiscard]] bool rejectObserved(const char* reason);
-  [[nodiscard]] bool failWait(const Wait& wait, std::uint32_t code, const char* reason);
-  template <class Record>
-  [[nodiscard]] bool awaitNewer(const Wait& wait, MotionChannels::Reader& reader,
-                                std::uint64_t base, Record* out);
+  [[nodiscard]] bool rejectWait(const char* what, const char* reason);
+
+  const char* failed(std::uint32_t code, const char* reason);
 
   LowLevelStatus& status_;
   MotionChannels& channels_;

@@ -1,10 +1,12 @@
 #include "lowlevel/SessionWorker.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "log/Log.h"
 #include "pbase/CThread.h"
 #include "pbase/CTime.h"
+#include "service/Boundary.h"
 #include "service/ServiceAccess.h"
 
 namespace orvane::RobotSdk::lowlevel {
@@ -29,7 +31,8 @@ void readNumber(const Json::Value& object, const char* member, std::uint32_t& va
   if (number.isUInt()) value = number.asUInt();
 }
 
-/// 0: not a session's number.
+/// 0: not a session's number. A robot that grants that number has granted nothing: everywhere here
+/// it stands for "no session", so it could neither be commanded nor given back.
 std::uint64_t sessionIdOf(const Json::Value& grant) {
   if (!grant.isObject()) return 0;
   const Json::Value& id = grant["sessionId"];
@@ -71,14 +74,14 @@ void SessionWorker::serve() {
   readNumber(settings, "leaseTimeout", leaseMs_);
   readNumber(settings, "renewInterval", fixedRenewMs_);
   while (isServing()) {
-    if (!holdSession()) rest(reconnectBackoffMs_);
+    if (!holdSession()) backOff(std::max(reconnectBackoffMs_, kPassMs));
   }
 }
 
 void SessionWorker::leave() {
-  releaseSession();
+  guarded("release of the session", [this] { releaseSession(); });
   status_.endOf(wish_.connection);
-  channels_.close();
+  guarded("close of the motor channels", [this] { channels_.close(); });
   MOTION_LOG(kUnit, level::kInfo, "local low level worker stopped...");
 }
 
@@ -96,14 +99,16 @@ bool SessionWorker::holdSession() {
     return true;  // disconnected meanwhile
   }
   tell_(kConnected, error::kNone);
-  const bool lasted = keepAlive();
+  keepAlive();
+  const std::uint32_t reason = status_.lastError();  // before commands without a session add theirs
   releaseSession();
   if (status_.move(connection, kConnected, kSessionLost) ||
       status_.move(connection, kPrepared, kSessionLost)) {
-    tell_(kSessionLost, status_.lastError());
+    tell_(kSessionLost, reason);
   }
   // The next one is taken at once, but not without end from a robot that grants and denies.
-  if (!lasted) rest(kPassMs);
+  if (CTime::getCurrentMilliSecond() - lastLossMs_ < kPassMs) backOff(kPassMs);
+  lastLossMs_ = CTime::getCurrentMilliSecond();
   return true;
 }
 
@@ -152,15 +157,12 @@ void SessionWorker::releaseSession() {
 
 // --- keeping it ---
 
-/// Returns when the session is over: false when it was so before the first rest.
-bool SessionWorker::keepAlive() {
-  bool lasted = false;
+/// Returns when the session is over.
+void SessionWorker::keepAlive() {
   lastRenewMs_ = CTime::getCurrentMilliSecond();
   while (isServing() && status_.isConnected() && renew() && driveMotionEnable()) {
     rest(kPassMs);
-    lasted = true;
   }
-  return lasted;
 }
 
 std::uint32_t SessionWorker::renewIntervalMs() const {
@@ -254,6 +256,14 @@ bool SessionWorker::driveFailed(const Json::Value& answer) {
 void SessionWorker::rest(std::uint32_t ms) {
   if (!isServing()) return;
   if (wish_.wake.wait(ms)) wish_.wake.clear();
+}
+
+/// The same between takes, whatever was posted before: the state callback that has just told of the
+/// failure may have posted, and must not turn the rest into none. The end of the connection isn't
+/// missed: it is there to see before it is posted.
+void SessionWorker::backOff(std::uint32_t ms) {
+  wish_.wake.clear();
+  rest(ms);
 }
 
 /// Errors of a connection that is over are nobody's.

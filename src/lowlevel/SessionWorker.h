@@ -52,7 +52,7 @@ class SessionWorker {
   [[nodiscard]] bool holdSession();
   [[nodiscard]] bool takeSession();
   void adoptSession(const Json::Value& grant);
-  [[nodiscard]] bool keepAlive();
+  void keepAlive();
   [[nodiscard]] std::uint32_t renewIntervalMs() const;
   [[nodiscard]] bool renew();
   [[nodiscard]] bool driveMotionEnable();
@@ -61,6 +61,7 @@ class SessionWorker {
   [[nodiscard]] bool driveFailed(const Json::Value& answer);
   void releaseSession();
   void rest(std::uint32_t ms);
+  void backOff(std::uint32_t ms);
   void fail(std::uint32_t code);
   [[nodiscard]] bool failTold(std::uint32_t code);
 
@@ -78,6 +79,7 @@ class SessionWorker {
   std::uint32_t observedHz_;        // asked for first, then what the server granted last
 
   std::uint64_t lastRenewMs_ = 0;
+  std::uint64_t lastLossMs_ = 0;            // of a session
   std::uint64_t nextPrepareAttemptMs_ = 0;  // 0: now
   std::uint64_t lastWaitLogMs_ = 0;
 };

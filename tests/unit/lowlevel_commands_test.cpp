@@ -87,8 +87,17 @@ TEST_F(LowLevelCommands, WriteTheseBytesWithOneCountForAllKinds) {
   EXPECT_FALSE(low->requireObserved(&observed, 4294968));
   const std::uint64_t lastUs = nowUs();
   EXPECT_LT(lastUs, firstUs + 12 + 3000 + 100 + 704 + 100);
+  // The stop comes behind the request that is granted: that one's answer sends a record itself.
+  int asked = 0;
+  robot.on("setMotionPrepare", [&](const Request&) {
+    if (++asked < 3) return asked == 1 ? refused() : ready(false);
+    EXPECT_TRUE(low->publishMotorAction(&command, nullptr));
+    return ready(true);
+  });
   ASSERT_TRUE(low->setSessionFlag(false));
-  clock.advance(0);
+  clock.advance(4000);
+  EXPECT_EQ(asked, 3);
+  robot.on("setMotionPrepare", ready(true));
   ASSERT_TRUE(low->setSessionFlag(true));
   robot.on("renewWorkModeSession", sessionInvalid());
   clock.advance(kRenewMs);
@@ -98,16 +107,17 @@ TEST_F(LowLevelCommands, WriteTheseBytesWithOneCountForAllKinds) {
   const auto base = [](std::uint32_t kind, std::uint64_t session, std::uint64_t seq) {
     return Bytes().at(0, kind).at(8, session).at(16, seq).at(420, std::int32_t{-1});
   };
-  ASSERT_TRUE(soon([&] { return tap.records().size() >= 7; }));
+  ASSERT_TRUE(soon([&] { return tap.records().size() >= 8; }));
   const auto got = tap.records();
-  ASSERT_THAT(got, SizeIs(7));
+  ASSERT_THAT(got, SizeIs(8));
   EXPECT_TRUE(base(0, 1001, 1).at(32, command) == got[0]);
   EXPECT_TRUE(base(3, 1001, 2).at(32, command).at(420, trailer) == got[1]);
   EXPECT_TRUE(base(2, 1001, 3).at(24, firstUs + 7).at(32, command) == got[2]);
   EXPECT_TRUE(base(1, 1001, 4).at(4, 3000U).at(24, firstUs + 12) == got[3]);
   EXPECT_TRUE(base(1, 1001, 5).at(4, 704U).at(24, got[4].timestampUs) == got[4]);
-  EXPECT_TRUE(base(3, 1001, 6) == got[5]) << "the stop";
-  EXPECT_TRUE(base(0, 1002, 1).at(32, command) == got[6]) << "the next session counts afresh";
+  EXPECT_TRUE(base(0, 1001, 6).at(32, command) == got[5]) << "inside the request";
+  EXPECT_TRUE(base(3, 1001, 7) == got[6]) << "the stop";
+  EXPECT_TRUE(base(0, 1002, 1).at(32, command) == got[7]) << "the next session counts afresh";
 }
 
 // --- refusals ---
@@ -255,16 +265,28 @@ TEST_F(LowLevelCommands, FailToWriteWhenAllChunksAreHeld) {
   expectRefusal(low->publishMaxTorque(&command), 10,  // as it was left
                 rejected("shm publish max torque failed", 10));
   ObservedMotionRecord observed;
-  expectRefusal(low->requireObserved(&observed, 5), 8,
+  EXPECT_FALSE(low->requireObserved(&observed, 5));
+  expectRefusal(low->requireObserved(&observed, 5), 8,  // one line a second
                 {" local low level require observed reject: publish quire-obs failed, "
                  "sessionId=1001\n"});
   ASSERT_TRUE(low->setSessionFlag(false));
-  clock.advance(10);  // the attempts
+  clock.advance(3);
+  EXPECT_EQ(low->getState(), kPrepared) << "the stop comes before the state";
+  clock.advance(7);  // the attempts
   EXPECT_EQ(told(), "2:0");
   EXPECT_EQ(lines(3),
             (Texts{rejected("publish stopped cmd failed", 0).at(0),
                    " local low level publish stopped motion cmd failed, continue disable state "
                    "transition\n"}));
+  // A robot that answers before the request's write is through has answered all the same.
+  beside([&] {
+    Pexal::PBase::CThread::sleep(3);
+    putObserved(9);
+    const std::lock_guard lock(mutex);
+    kept.clear();
+  });
+  EXPECT_TRUE(low->requireObserved(&observed, 0));
+  EXPECT_EQ(observed.motorNum, 9);
   EXPECT_TRUE(keeper->setMode(Pexal::PBase::SharedMemSubscriber::kOff));
 }
 

@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "lowlevel/MotionChannels.h"
 #include "lowlevel_support.h"
 
 namespace lowlevel_test {
@@ -40,6 +41,7 @@ const Row kTable[] = {
     {kConnecting, "disconnect", kDisconnected},
     {kConnecting, "enable", kConnecting, "1:11", 11, "setMotionMasterRole"},
     {kConnecting, "disable", kConnecting, "1:11", 11, "setMotionMasterRole"},
+    {kConnecting, "role unanswered", kConnecting, "1:11", 11, "setMotionMasterRole"},
     {kConnecting, "server recovers", kConnected, "2:0", 0,
      "setMotionMasterRole takeWorkModeSession"},
     {kConnecting, "take refused", kConnecting, "1:2", 2, "setMotionMasterRole takeWorkModeSession"},
@@ -48,6 +50,8 @@ const Row kTable[] = {
     {kConnecting, "no observed buffer", kConnecting, "1:1", 1,
      "setMotionMasterRole takeWorkModeSession releaseWorkModeSession"},
     {kConnecting, "no sensor buffer", kConnecting, "1:1", 1,
+     "setMotionMasterRole takeWorkModeSession releaseWorkModeSession"},
+    {kConnecting, "no control channel", kConnecting, "1:1", 1,
      "setMotionMasterRole takeWorkModeSession releaseWorkModeSession"},
 
     {kConnected, "connect", kConnected},
@@ -78,6 +82,7 @@ const Row kTable[] = {
      "setMotionPrepare"},
     {kPrepared, "disable, not ready", kPrepared, "", 0, "setMotionPrepare"},
     {kPrepared, "disable refused", kPrepared, "", 0, "setMotionPrepare"},
+    {kPrepared, "disable unanswered", kPrepared, "", 0, "setMotionPrepare"},
     {kPrepared, "disable says invalid once", kConnected, "4:4 2:0", 4,
      "setMotionPrepare releaseWorkModeSession setMotionMasterRole takeWorkModeSession"},
 
@@ -85,11 +90,27 @@ const Row kTable[] = {
     {kSessionLost, "disconnect", kDisconnected},
     {kSessionLost, "enable", kSessionLost, "4:11", 11, "setMotionMasterRole"},
     {kSessionLost, "disable", kSessionLost, "4:11", 11, "setMotionMasterRole"},
+    {kSessionLost, "role unanswered", kSessionLost, "4:11", 11, "setMotionMasterRole"},
     {kSessionLost, "take refused", kSessionLost, "4:2", 2,
+     "setMotionMasterRole takeWorkModeSession"},
+    {kSessionLost, "take without a number", kSessionLost, "4:2", 2,
      "setMotionMasterRole takeWorkModeSession"},
     {kSessionLost, "server recovers", kConnected, "2:0", 0,
      "setMotionMasterRole takeWorkModeSession"},
 };
+
+struct Missing {
+  const char* event;
+  const char* path;  // null: it is there, and another's
+  const char* line;
+};
+
+constexpr Missing kMissing[] = {{"no observed buffer", "/dev/shm/orvane.motion_observed",
+                                 "open motion_observed reader failed\n"},
+                                {"no sensor buffer", "/dev/shm/orvane.motion_sensor_observed",
+                                 "open motion_sensor_observed reader failed\n"},
+                                {"no control channel", nullptr,
+                                 "local low level client open share motion ctrl writer failed\n"}};
 
 class LowLevelState : public LowLevelTest, public testing::WithParamInterface<Row> {
  protected:
@@ -125,12 +146,9 @@ class LowLevelState : public LowLevelTest, public testing::WithParamInterface<Ro
       robot.on("takeWorkModeSession",
                event == "take refused" ? refused() : accepted(object({{"sessionId", "a"}})));
     }
-    if (event.starts_with("no ")) {
-      serve();
-      auto& buffer = event == "no sensor buffer" ? sensor : motion;
-      buffer.close();
-      std::remove(event == "no sensor buffer" ? "/dev/shm/orvane.motion_sensor_observed"
-                                              : "/dev/shm/orvane.motion_observed");
+    if (event == "role unanswered") robot.on("setMotionMasterRole", transportFailure(1));
+    for (const Missing& missing : kMissing) {
+      if (event == missing.event) attemptWithout(missing);
     }
     if (GetParam().from == kConnecting || GetParam().from == kSessionLost) wakeAfterBackoff(event);
     if (event.starts_with("renewal ")) {
@@ -140,9 +158,19 @@ class LowLevelState : public LowLevelTest, public testing::WithParamInterface<Ro
     if (event.starts_with("enable") || event.starts_with("disable")) turn(event);
   }
   void wakeAfterBackoff(const std::string& event) {
-    if (event.starts_with("take ") || event.starts_with("no ") || event == "server recovers") {
+    if (event.starts_with("take ") || event.starts_with("role ") || event == "server recovers") {
       clock.advance(3000);
     }
+  }
+  void attemptWithout(const Missing& missing) {
+    serve();
+    if (missing.path == nullptr) {
+      EXPECT_TRUE(rival.open());
+    } else {
+      EXPECT_EQ(std::remove(missing.path), 0);
+    }
+    clock.advance(3000);
+    EXPECT_EQ(lines(4).back(), missing.line);
   }
   static Reply failure(const std::string& event) {
     if (event.ends_with("not ready")) return ready(false);
@@ -159,6 +187,7 @@ class LowLevelState : public LowLevelTest, public testing::WithParamInterface<Ro
     }
     EXPECT_TRUE(low->setSessionFlag(event.starts_with("enable")));
   }
+  MotionChannels rival;
 };
 
 TEST_P(LowLevelState, Event) {
@@ -171,6 +200,14 @@ TEST_P(LowLevelState, Event) {
   EXPECT_EQ(lowError(), row.error);
   EXPECT_EQ(lowError(), 0U) << "read and reset";
   EXPECT_EQ(sent(), row.sent);
+  if (row.to != kConnecting && row.to != kSessionLost) return;
+  serve();
+  clock.advance(3000);
+  const auto takes = bus.requests("takeWorkModeSession");
+  ASSERT_THAT(takes, SizeIs(1));
+  const Json::Value& wished = takes[0].document["params"];
+  EXPECT_EQ(wished["observedHz"].asUInt(), 500U) << "as in the connect that began it";
+  EXPECT_EQ(wished["leaseTimeout"].asUInt(), kLeaseMs);
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, LowLevelState, testing::ValuesIn(kTable), [](const auto& row) {
@@ -383,6 +420,19 @@ TEST_F(LowLevelSession, ADriveThatIsNotReadyIsAskedEachSecondAndToldEachFive) {
   }
 }
 
+TEST_F(LowLevelSession, ThePauseOfADriveEndsWithTheSession) {
+  connectLow();
+  clock.advance(kRenewMs - 300);
+  const auto begin = now();
+  robot.on("setMotionPrepare", ready(false));
+  robot.on("renewWorkModeSession", sessionInvalid());
+  ASSERT_TRUE(low->setSessionFlag(true));
+  clock.advance(500);
+  EXPECT_EQ(told(), "4:4 2:0");
+  EXPECT_THAT(times("setMotionPrepare", begin), ElementsAre(0, 400));
+  EXPECT_THAT(lines(3, "still waiting"), SizeIs(2));
+}
+
 TEST_F(LowLevelSession, AFailedDriveRequestIsRepeatedAfterTwoSeconds) {
   connectLow();
   robot.on("setMotionPrepare", transportFailure(1));
@@ -395,19 +445,39 @@ TEST_F(LowLevelSession, AFailedDriveRequestIsRepeatedAfterTwoSeconds) {
                              testing::Each(std::string(
                                  " local low level driveMotionEnable RPC failed (transient), retry "
                                  "after 2000ms\n"))));
-  // A robot that grants and denies isn't asked without end.
-  robot.on("setMotionPrepare", sessionInvalid());
-  clock.advance(2000);
-  bus.forgetRequests();
-  clock.advance(1000);
-  EXPECT_THAT(bus.requests("takeWorkModeSession"), SizeIs(5));
+}
+
+/// Nor does a state callback that is never content change that: neither when the drive can't be
+/// switched on, nor when it can't be switched off.
+TEST_F(LowLevelSession, ARobotThatGrantsAndDeniesIsNotAskedWithoutEnd) {
+  for (const bool denied : {true, false}) {
+    robot.on("setMotionPrepare", [denied](const Request& request) {
+      return request.document["params"]["enable"].asBool() == denied ? sessionInvalid()
+                                                                     : ready(true);
+    });
+    low->setStateCallback([&](std::uint32_t state, std::uint32_t) {
+      EXPECT_TRUE(low->setSessionFlag(state != kPrepared));
+    });
+    bus.forgetRequests();
+    const auto begin = now();
+    ASSERT_TRUE(low->connect(500, kLeaseMs));
+    clock.advance(500);
+    EXPECT_THAT(times("takeWorkModeSession", begin), ElementsAre(0, 0, 200, 400));
+    ASSERT_TRUE(low->disconnect());
+  }
   EXPECT_EQ(lines(4, "setMotionPrepare rejected").at(0),
             "setMotionPrepare rejected by server (sessionInvalid), sid=1001\n");
 }
 
+/// Until they are woken; what the state callback asks for while it is told of one wakes nobody.
 TEST_F(LowLevelSession, AttemptsRestInBetween) {
+  low->setStateCallback([this](std::uint32_t state, std::uint32_t code) {
+    note(state, code);
+    EXPECT_TRUE(low->setSessionFlag(false));
+  });
   for (const auto& [settings, pause] : {std::pair("{}", 3000U),
                                         {R"({"lowLevel": {"reconnectBackoff": 700}})", 700U},
+                                        {R"({"lowLevel": {"reconnectBackoff": 0}})", 200U},
                                         {R"({"lowLevel": []})", 3000U},
                                         {R"({"lowLevel": {"reconnectBackoff": 1.5}})", 3000U}}) {
     configure(settings);
@@ -427,11 +497,15 @@ TEST_F(LowLevelSession, AttemptsRestInBetween) {
 
 // --- beginnings and ends ---
 
-TEST_F(LowLevelSession, AWishEndsWithItsConnection) {
+TEST_F(LowLevelSession, AWishAndAnErrorEndWithTheirConnection) {
   prepare();
+  EXPECT_FALSE(low->restoreMotionControlMode(10));
   low->disconnect();
+  EXPECT_EQ(lowError(), 0U);
+  EXPECT_FALSE(low->requireObserved(nullptr, 0));
   EXPECT_TRUE(low->setSessionFlag(true)) << "nothing happens";
   connectLow();
+  EXPECT_EQ(lowError(), 0U);
   clock.advance(1000);
   EXPECT_EQ(low->getState(), kConnected);
   EXPECT_EQ(told(), "");
@@ -534,6 +608,53 @@ TEST_F(LowLevelSession, TheReleaseOfTheLastReferenceDisconnects) {
     EXPECT_THAT(bus.requests("releaseWorkModeSession"), SizeIs(1));
     EXPECT_THAT(lines(1, "worker stopped"), SizeIs(static_cast<int>(where) + 1));
   }
+}
+
+/// Whatever they do to each other, each session that was taken is given back, each worker ends, and
+/// the client is as good as new.
+TEST_F(LowLevelSession, ManyThreadsMayUseItAtOnceAndTheLastOneReleasesIt) {
+  using Handle = std::shared_ptr<IMotionLowLevelClient>;
+  using Act = void (*)(const Handle&, int);
+  constexpr Act kActs[] = {
+      [](const Handle& it, int i) { EXPECT_TRUE(it->connect(500, i % 2 == 0 ? 0 : kLeaseMs)); },
+      [](const Handle& it, int) { EXPECT_TRUE(it->disconnect()); },
+      [](const Handle& it, int i) { EXPECT_TRUE(it->setSessionFlag(i % 3 == 0)); },
+      [](const Handle& it, int i) {
+        it->setStateCallback([i, mine = std::weak_ptr(it)](std::uint32_t state, std::uint32_t) {
+          const Handle alive = mine.lock();
+          if (alive != nullptr && state == kPrepared && i % 4 == 0) {
+            EXPECT_TRUE(alive->disconnect() && alive->connect(500, 0));
+          }
+        });
+      },
+      [](const Handle& it, int i) {
+        ObservedMotionRecord observed;
+        static_cast<void>(it->requireObserved(&observed, static_cast<std::uint32_t>(i % 2)));
+        const LowLevelMotorRecord command = motors(12);
+        static_cast<void>(it->publishMotorAction(&command, nullptr));
+      }};
+  std::atomic<bool> over{false};
+  std::atomic<int> running{0};
+  std::vector<std::thread> threads;
+  for (const Act act : kActs) {
+    ++running;
+    threads.emplace_back([&over, &running, act, held = low]() mutable {
+      for (int i = 0; !over; ++i) act(held, i);
+      held.reset();
+      --running;
+    });
+  }
+  low.reset();
+  const auto count = [this](const char* part) { return lines(1, part).size(); };
+  EXPECT_TRUE(until([&] { return count("connected: s") > 50; }));
+  over = true;
+  EXPECT_TRUE(until(
+      [&] { return running == 0 && count("worker started...") == count("worker stopped..."); }));
+  for (auto& thread : threads) thread.join();
+  EXPECT_THAT(bus.requests("releaseWorkModeSession"), SizeIs(count("connected: s")));
+  static_cast<void>(told());
+  low = listenedLow(makeLocalLowLevelClient());
+  prepare();
 }
 
 TEST_F(LowLevelSession, AMediaBusNeedsAConnection) {

@@ -205,9 +205,12 @@ TEST_F(LowLevel, sessionAndHighLevelControlExcludeEachOther) {
   };
   pass(10);
   enable();
-  EXPECT_EQ(restore(), "refused 11") << "the drive is on its way";
+  pass(WorkModeSession::kPowerUpMs);
+  ASSERT_EQ(enable(), "ready");
+  EXPECT_EQ(restore(), "refused 11");
   enable(false);
-  EXPECT_EQ(restore(), "ok");
+  enable();
+  EXPECT_EQ(restore(), "ok") << "on its way, and no longer wanted";
   const std::string again = take();
   EXPECT_EQ(enable(), "refused 16");
   EXPECT_EQ(told(session("renewWorkModeSession")), "ok");

@@ -15,8 +15,10 @@ class IMediaBusClient;  // not available in this build: createMediaBusClient alw
 /// is on; (4, code) the session was lost. Also told when an attempt to take a session failed: (1 or
 /// 4, code), with code 1, 2 or 11; the next attempt follows by itself. Changes to 0 and 1, which
 /// are the application's own doing, aren't told. Runs on the client's worker thread with no lock
-/// held. While it runs the session isn't renewed: it must not take longer than two thirds of the
-/// lease. It may call every operation of the client; disconnect doesn't wait there.
+/// held. While it runs the session isn't renewed, and the lease runs on: it must be done within the
+/// lease less the time between two renewals (a third of the lease, 500 ms below 1500 ms, or as
+/// configured) less 200 ms. It may call every operation of the client; disconnect doesn't wait
+/// there.
 using LowLevelStateCallback = std::function<void(std::uint32_t state, std::uint32_t lastError)>;
 
 /// One robot, commanded motor by motor: the loop of a control engineer. Available on the robot's
@@ -48,8 +50,8 @@ class ORVANE_API IMotionLowLevelClient {
  public:
   /// Ends the session (the robot switches the drive off) and the worker; true. Waits for the worker
   /// and what it has under way: a request to a dead server for up to 10 s, the state callback for
-  /// as long as that takes. From inside a callback it returns at once, and the worker ends by
-  /// itself.
+  /// as long as that takes. From inside any callback of the application, the logger's and those of
+  /// other clients included, it returns at once, and the worker ends by itself.
   virtual bool disconnect() = 0;
   /// 0 to 4, see above. Never waits.
   virtual std::uint32_t getState() = 0;
@@ -65,7 +67,7 @@ class ORVANE_API IMotionLowLevelClient {
   /// within `timeoutMs` milliseconds.
   virtual bool emergencyStop(std::uint32_t timeoutMs) = 0;
   /// Replaces who is told of changes of state; at any time; an empty one: nobody. The former
-  /// callback may be running still when this returns; after disconnect none is.
+  /// callback may be running still when this returns; after a disconnect that waited none is.
   virtual void setStateCallback(LowLevelStateCallback callback) = 0;
   /// Always empty: the media bus isn't enabled in this build (logged).
   virtual std::shared_ptr<IMediaBusClient> createMediaBusClient() = 0;
