@@ -66,9 +66,10 @@ test-fuzz: fuzz
 bench bench-long:
 	@tools/install-dependencies bench
 	cmake --preset release
-	$(call CMAKE_BUILD,release) --target bench_host bench_shm
+	$(call CMAKE_BUILD,release) --target bench_host bench_shm bench_low
 	tools/isolated build/release/bench/bench_host --json build/release/bench/$@.json $(BENCH_OPTIONS)
 	tools/isolated build/release/bench/bench_shm --json build/release/bench/$@-shm.json $(BENCH_OPTIONS)
+	tools/board-sandbox --alone --without-daemon --marker build/release/bench/bench_low --json build/release/bench/$@-low.json $(BENCH_OPTIONS)
 
 bench-long: BENCH_OPTIONS += --long
 

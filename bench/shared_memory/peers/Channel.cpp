@@ -23,7 +23,9 @@ constexpr std::uint32_t kDeliveryMs = 1000;
 
 Json::Value WriterRole::handle(const Json::Value& command) {
   if (command["do"] == "write") return writeTimed(command);
-  if (command["do"] == "marked") return writeMarked(command);
+  if (command["do"] == "marked") {
+    return runMarked(command, [this, message = Message()] { return write(message); });
+  }
   throw std::runtime_error("unknown command");
 }
 
@@ -49,18 +51,18 @@ Json::Value WriterRole::writeTimed(const Json::Value& command) {
   return answer;
 }
 
-Json::Value WriterRole::writeMarked(const Json::Value& command) {
+Json::Value WriterRole::runMarked(const Json::Value& command,
+                                  const std::function<bool()>& operation) {
   const std::uint32_t count = command["count"].asUInt();
   const std::int64_t intervalNs = command.get("intervalUs", 0).asInt64() * kNsPerUs;
-  const Message message;
   const std::uint64_t before = allocationsOfThread();
   std::int64_t due = nowNs();
   for (std::uint32_t i = 0; i < count; ++i) {
     if (intervalNs > 0) sleepUntilNs(due += intervalNs);
     markSystemCalls();
-    const bool written = write(message);
+    const bool done = operation();
     markSystemCalls();
-    if (!written) failWrite();
+    if (!done) failWrite();
   }
   const std::uint64_t allocated = allocationsOfThread() - before;  // before JSON allocates
   Json::Value answer(Json::objectValue);
@@ -99,8 +101,7 @@ void ReaderRole::receive(std::uint32_t kind, std::int64_t sentNs) noexcept {
   if (kind != Message::kHold) return collector_.put(receivedNs - sentNs);
   released_ = false;
   held_ = true;
-  while (!released_ && nowNs() - receivedNs < kLongestHoldNs) {
-  }
+  while (!released_ && nowNs() - receivedNs < kLongestHoldNs) whileHeld();
   held_ = false;
 }
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include "harness/Collector.h"
 #include "harness/Role.h"
@@ -15,6 +16,7 @@ namespace bench {
 struct Message {
   static constexpr std::uint32_t kPlain = 0;
   static constexpr std::uint32_t kHold = 1;  ///< keeps its reader in its callback, busy
+  static constexpr std::uint32_t kAsk = 2;   ///< asks for an observed record
 
   std::uint32_t kind = kPlain;
   std::int64_t sentNs = 0;
@@ -33,10 +35,11 @@ class WriterRole : public Role {
 
  protected:
   virtual bool write(const Message& message) noexcept = 0;
+  /// As "marked" does with writes: {"allocations"}. Throws std::runtime_error when one fails.
+  static Json::Value runMarked(const Json::Value& command, const std::function<bool()>& operation);
 
  private:
   Json::Value writeTimed(const Json::Value& command);
-  Json::Value writeMarked(const Json::Value& command);
 };
 
 /// The reading end of a channel. Commands:
@@ -53,6 +56,8 @@ class ReaderRole : public Role {
  protected:
   /// To be called at the very entry of the callback, with what the message says.
   void receive(std::uint32_t kind, std::int64_t sentNs) noexcept;
+  /// Again and again while a message keeps the callback.
+  virtual void whileHeld() noexcept {}
 
  private:
   void awaitHeld(bool held) const;
