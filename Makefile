@@ -13,8 +13,8 @@ CMAKE_BUILD = cmake --build build/$(1) --parallel $(JOBS)
 FIXED_ADDRESSES = $$(setarch -R true 2>/dev/null && echo setarch -R)
 
 help:
-	@echo "make demo       start a virtual robot and walk it through a square"
-	@echo "make demo-board the same twice on the robot's own board, made up in a sandbox"
+	@echo "make demo       start a virtual robot, walk it through a square, move its joints"
+	@echo "make demo-board the same on the robot's own board, made up in a sandbox"
 	@echo "make test       build everything and run all tests and the format check"
 	@echo "make test-asan  the same under the address and undefined-behaviour sanitizers"
 	@echo "make test-tsan  the same under the thread sanitizer"

@@ -19,3 +19,8 @@ target_link_libraries(walk_square PRIVATE PkgConfig::jsoncpp)
 orvane_example(joint_loop
   joint_loop/main.cpp
   joint_loop/LoopStatistics.cpp)
+
+orvane_example(joint_trace
+  joint_trace/main.cpp
+  joint_trace/Motion.cpp
+  joint_trace/SvgPlot.cpp)

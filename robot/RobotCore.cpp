@@ -21,6 +21,18 @@ Json::Value postureEvent(Posture posture, Posture previous) {
   return detail;
 }
 
+Json::Value audioEvent(const PlayEvent& event) {
+  Json::Value detail;
+  detail["type"] = "audio";
+  detail["event"] = nameOf(event.kind);
+  if (event.why) detail["reason"] = nameOf(*event.why);
+  if (event.kind == PlayEvent::Kind::kListEnded) return detail;
+  detail["name"] = event.name;
+  detail["index"] = Json::UInt64(event.index);
+  detail["positionMs"] = Json::UInt64(event.positionMs);
+  return detail;
+}
+
 }  // namespace
 
 RobotCore::RobotCore(std::unique_ptr<Body> body, std::shared_ptr<EventListener> listener)
@@ -30,6 +42,8 @@ RobotCore::Access::Access(RobotCore& core)
     : core_(core), lock_(core.mutex_), nowMs_(Pexal::PBase::CTime::getCurrentMilliSecond()) {
   core_.arbiter_.judge(nowMs_);
   core_.session_.judge(nowMs_);
+  core_.hold_.judge(nowMs_);
+  core_.media_.player.passTo(nowMs_);
   core_.settle();
 }
 
@@ -43,20 +57,49 @@ void RobotCore::Access::step(double seconds) {
   core_.body_->step(command, seconds);
 }
 
+RecordFate RobotCore::Access::take(const msg::dds_::MotionCtrl_& sample, std::uint64_t writer) {
+  const RobotSdk::LowLevelMotorRecord command = toMotorRecord(sample);
+  RecordFate fate = core_.obstacleFor(writer);
+  if (fate == RecordFate::kTaken) fate = core_.motors_.check(command, body());
+  if (fate == RecordFate::kTaken) {
+    if (!core_.hold_.held()) {
+      core_.motors_.begin(0);
+      core_.motors_.switchOn(body());
+      core_.motion_.enterLowLevel();
+    }
+    core_.motors_.follow(command, nowMs_);
+  }
+  core_.hold_.note(fate, writer, nowMs_);
+  return fate;
+}
+
+// Whoever comes back after a silence finds the robot sinking and may catch it: each joint is taken
+// over from where it is.
+RecordFate RobotCore::obstacleFor(std::uint64_t writer) const {
+  if (hold_.held()) return hold_.heldBy(writer) ? RecordFate::kTaken : RecordFate::kOtherWriter;
+  if (arbiter_.current()) return RecordFate::kControlHeld;
+  if (session_.current()) return RecordFate::kSessionHeld;
+  if (motion_.emergencyStopped()) return RecordFate::kEmergencyStopped;
+  const bool free = motion_.settled() || motion_.posture() == Posture::kDamped;
+  return free ? RecordFate::kTaken : RecordFate::kUnsettled;
+}
+
 void RobotCore::settleSession() {
   using End = WorkModeSession::End;
   if (arbiter_.current() && session_.claimsMotion()) session_.end(End::kRevoked);
   if (session_.driveIsOn() && motion_.emergencyStopped()) session_.end(End::kEmergencyStop);
+  if (arbiter_.current() || session_.current() || motion_.emergencyStopped()) hold_.end();
   const std::uint64_t id = session_.current() ? session_.current()->id : 0;
   if (id != motors_.session()) motors_.begin(id);
+  const bool driven = session_.driveIsOn() || hold_.held();
   const bool on = motors_.mode() != MotorControl::Mode::kOff;
-  if (session_.driveIsOn() && !on) {
+  if (driven && !on) {
     motors_.switchOn(body_->state());
     motion_.enterLowLevel();
-  } else if (!session_.driveIsOn() && on) {
+  } else if (!driven && on) {
     motors_.switchOff();
   }
-  if (!session_.claimsMotion()) motion_.leaveLowLevel(!session_.current());
+  if (!session_.claimsMotion() && !hold_.held()) motion_.leaveLowLevel(!session_.current());
 }
 
 void RobotCore::settle() {
@@ -72,6 +115,7 @@ void RobotCore::settle() {
     listener_->hostEvent(postureEvent(announcedPosture_, previous));
   }
   reportBattery();
+  reportAudio();
 }
 
 void RobotCore::reportBattery() {
@@ -83,6 +127,12 @@ void RobotCore::reportBattery() {
   detail["level"] = level == 2 ? "empty" : "low";
   detail["chargePercent"] = body_->state().battery.chargePercent;
   listener_->hostEvent(std::move(detail));
+}
+
+void RobotCore::reportAudio() {
+  for (const PlayEvent& event : media_.player.takeEvents()) {
+    listener_->hostEvent(audioEvent(event));
+  }
 }
 
 }  // namespace orvane::robot

@@ -11,10 +11,12 @@
 #include "Refusal.h"
 #include "arbiter/Arbiter.h"
 #include "body/Body.h"
+#include "media/MediaRoom.h"
 #include "motion/MotionController.h"
 #include "pbase/CMutex.h"
 #include "session/MotorControl.h"
 #include "session/WorkModeSession.h"
+#include "sim/WriterHold.h"
 
 namespace orvane::robot {
 
@@ -26,14 +28,16 @@ struct RefusedRequest {
   std::uint64_t atMs = 0;
 };
 
-/// Arbiter, low-level session, motion controller, motors and body, which only make sense together.
+/// Arbiter, low-level session, motion controller, motors, body and media, which only make sense
+/// together.
 ///
 /// Threading contract: the robot mutex (mutex_) guards every member. All use goes through an
 /// Access, which holds it; nothing that waits (requests, events, DDS) may happen inside one. Lock
-/// order: robot mutex, then an outbox's own. At its begin an Access judges the leases; at its begin
-/// and its end it settles: a change of controller ends motion, who takes control over everybody's
-/// head ends a low-level session, the motors' drive follows the session, and the listener is told
-/// of changes of control, posture and battery in the order in which they happened.
+/// order: robot mutex, then an outbox's own. At its begin an Access judges the leases and lets time
+/// pass for what is played; at its begin and its end it settles: a change of controller ends
+/// motion, who takes control over everybody's head ends a low-level session or a hold from another
+/// machine, the motors' drive follows session and hold, and the listener is told of changes of
+/// control, posture, battery and what is played in the order in which they happened.
 class RobotCore {
  public:
   class Access {
@@ -47,7 +51,10 @@ class RobotCore {
     [[nodiscard]] WorkModeSession& session() { return core_.session_; }
     [[nodiscard]] MotionController& motion() { return core_.motion_; }
     [[nodiscard]] const MotorControl& motors() const { return core_.motors_; }
+    /// Who commands the motors from another machine.
+    [[nodiscard]] const WriterHold& hold() const { return core_.hold_; }
     [[nodiscard]] const BodyState& body() const { return core_.body_->state(); }
+    [[nodiscard]] MediaRoom& media() { return core_.media_; }
     [[nodiscard]] RefusedRequest& lastRefusal() { return core_.lastRefusal_; }
     /// Which board leads: "brain" or "cerebellum".
     [[nodiscard]] std::string& masterRole() { return core_.masterRole_; }
@@ -60,6 +67,9 @@ class RobotCore {
     RecordFate take(const Robot::Motion::ShareLowLevelMotionCtrlData& record) {
       return core_.motors_.take(record, core_.body_->state(), nowMs_);
     }
+    /// A command of a low-level client on another machine, which DDS knows as `writer`: carried
+    /// out with the next step, or refused and counted. Doesn't allocate.
+    RecordFate take(const msg::dds_::MotionCtrl_& sample, std::uint64_t writer);
 
    private:
     RobotCore& core_;
@@ -75,7 +85,9 @@ class RobotCore {
  private:
   void settle();
   void settleSession();
+  [[nodiscard]] RecordFate obstacleFor(std::uint64_t writer) const;
   void reportBattery();
+  void reportAudio();
 
   Pexal::PBase::CMutex mutex_;  // the robot mutex: guards everything below
   const std::shared_ptr<EventListener> listener_;
@@ -84,6 +96,8 @@ class RobotCore {
   WorkModeSession session_;
   MotionController motion_;
   MotorControl motors_;
+  WriterHold hold_;
+  MediaRoom media_;
   RefusedRequest lastRefusal_;
   std::string masterRole_ = "cerebellum";
   std::uint64_t announcedRevision_ = 0;

@@ -13,6 +13,20 @@ enum class Deployment {
   kBoard,  ///< applications on the robot's own board: its two DDS domains, its shared memory
 };
 
+/// How low-level clients on other machines meet the robot: three DDS topics, no server. As it is
+/// here, every client matches whatever reliability it asks for.
+struct SimulationSettings {
+  bool enabled = true;
+  std::uint32_t domain = 42;  ///< DDS domain, 0 to 230; on the interface of the host deployment
+  std::string controlTopic = "motion/control";    ///< MotionCtrl_, taken by the robot
+  std::string observedTopic = "motion/observed";  ///< MotionObserved_
+  std::string trcTopic = "motion/trc";            ///< RemoteControl_
+  bool reliableControl = false;  ///< true: commands of best-effort writers aren't heard
+  bool reliableObserved = true;  ///< false: not for readers that ask for reliable
+  bool reliableTrc = true;
+  std::string gamepad;  ///< script, joystick device or FIFO of its events; empty: no remote control
+};
+
 struct RobotSettings {
   std::string deviceId = "VR-0001";  ///< 1 to 64 letters, digits, '-', '_', '.' or ':'
   std::set<Deployment> deployments{Deployment::kHost};  ///< at least one
@@ -25,6 +39,7 @@ struct RobotSettings {
   /// 0 or 0.1 to 100: how much of its DDS packets is lost on the way out. Only where this process
   /// hasn't joined the domain before.
   double lossPercent = 0;
+  SimulationSettings simulation;
 
   [[nodiscard]] bool serves(Deployment deployment) const {
     return deployments.count(deployment) > 0;

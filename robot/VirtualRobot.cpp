@@ -104,6 +104,14 @@ RobotStatus VirtualRobot::status() {
   }
   status.session.motors = robot.motors().mode();
   status.session.records = robot.motors().counts();
+  status.simulation = {robot.hold().held(), robot.hold().counts()};
+  const Player& player = robot.media().player;
+  status.audio.state = player.state();
+  if (!player.list().empty()) {
+    status.audio.name = player.list().present().name;
+    status.audio.positionMs = player.positionMs();
+    status.audio.lengthMs = player.list().present().lengthMs;
+  }
   status.velocity = robot.body().velocity;
   status.position = robot.body().position;
   status.yaw = robot.body().yaw;

@@ -25,6 +25,20 @@ struct SessionStatus {
   RecordCounts records;  ///< of the last session when there is none
 };
 
+/// A low-level client on another machine.
+struct SimulationStatus {
+  bool active = false;   ///< the motors follow one
+  RecordCounts records;  ///< of all of them
+};
+
+/// What is played.
+struct AudioStatus {
+  Player::State state = Player::State::kStopped;
+  std::string name;  ///< of the present track; empty while stopped
+  std::uint64_t positionMs = 0;
+  std::uint64_t lengthMs = 0;
+};
+
 /// What a bystander wants to know, for the status line and for tests.
 struct RobotStatus {
   Posture posture = Posture::kLying;
@@ -36,6 +50,8 @@ struct RobotStatus {
   double yaw = 0;      ///< rad
   double chargePercent = 0;
   SessionStatus session;
+  SimulationStatus simulation;
+  AudioStatus audio;
   RefusedRequest lastRefusal;
 };
 
@@ -43,7 +59,8 @@ struct RobotStatus {
 ///
 /// Threading contract: start and stop on one thread; access and status on any thread between them.
 /// The robot's threads are the control loop, one event sender per side, one per request server, two
-/// for scripted faults (their service, their timetable) and the buses' workers; they meet at the
+/// for scripted faults (their service, their timetable), one for motor commands from other machines
+/// and one for the game pad, where there are such, and the buses' workers; they meet at the
 /// robot mutex (see RobotCore), which none holds while it waits.
 class VirtualRobot {
  public:

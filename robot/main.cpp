@@ -12,6 +12,7 @@
 
 #include "VirtualRobot.h"
 #include "app/SignalWaiter.h"
+#include "app/SimulationOptions.h"
 #include "app/StatusLine.h"
 #include "app/Tell.h"
 #include "faults/FaultCommand.h"
@@ -79,11 +80,15 @@ void describe(CLI::App& app, Options& options) {
       ->allow_extra_args(false);
   app.add_option("--loss", options.robot.lossPercent,
                  "Loses that share of its packets, percent: 0 to 100 in steps of 0.1");
+  describeSimulation(app, options.robot.simulation);
   app.add_flag("--verbose", options.verbose, "Log what happens inside to standard error");
 }
 
+using Names = std::initializer_list<const char*>;
+
 /// An option without effect would be a misunderstanding.
-void refuse(const CLI::App& app, std::initializer_list<const char*> options, const char* why) {
+template <class Options>
+void refuse(const CLI::App& app, const Options& options, const char* why) {
   for (const char* option : options) {
     if (app.count(option) > 0) throw CLI::ValidationError(option, why);
   }
@@ -91,8 +96,9 @@ void refuse(const CLI::App& app, std::initializer_list<const char*> options, con
 
 void settle(const CLI::App& app, const CLI::App& tellApp, Options& options) {
   if (tellApp.parsed()) {
-    refuse(app, {"--fault", "--loss", "--host"},
-           "is for a robot that starts; it doesn't go with tell");
+    const char* const why = "is for a robot that starts; it doesn't go with tell";
+    refuse(app, Names{"--fault", "--loss", "--host"}, why);
+    refuse(app, kSimulationOptions, why);
   }
   if (!options.board) return;
   options.robot.deployments = {Deployment::kBoard};
@@ -101,11 +107,12 @@ void settle(const CLI::App& app, const CLI::App& tellApp, Options& options) {
     return;
   }
   const char* const why = "is for external hosts; it doesn't go with --board alone";
-  refuse(app, {"--interface", "--domain", "--loss"}, why);
+  refuse(app, Names{"--interface", "--domain", "--loss"}, why);
+  refuse(app, kSimulationOptions, why);
   if (!tellApp.parsed()) return;
-  refuse(tellApp, {"--interface", "--domain"}, why);
+  refuse(tellApp, Names{"--interface", "--domain"}, why);
   for (const CLI::App* given : {&app, &tellApp}) {
-    refuse(*given, {"--device-id"}, "doesn't go with tell --board: a board has one robot");
+    refuse(*given, Names{"--device-id"}, "doesn't go with tell --board: a board has one robot");
   }
 }
 
@@ -155,6 +162,7 @@ int run(const Options& options) {
 
 int main(int argc, char** argv) {
   Options options;
+  options.robot.simulation = simulationFromEnvironment();
   CLI::App app("", "virtual-robot");
   describe(app, options);
   const CLI::App& tellApp = describeTell(app, options);

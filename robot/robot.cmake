@@ -1,6 +1,6 @@
 # The virtual robot: a library that tests start in process, and the program around it.
-file(GLOB robot_sources CONFIGURE_DEPENDS *.cpp arbiter/*.cpp body/*.cpp faults/*.cpp motion/*.cpp publish/*.cpp
-     servers/*.cpp session/*.cpp sides/*.cpp)
+file(GLOB robot_sources CONFIGURE_DEPENDS *.cpp arbiter/*.cpp body/*.cpp faults/*.cpp gamepad/*.cpp media/*.cpp motion/*.cpp
+     publish/*.cpp servers/*.cpp session/*.cpp sides/*.cpp sim/*.cpp)
 list(REMOVE_ITEM robot_sources ${CMAKE_CURRENT_SOURCE_DIR}/main.cpp)
 add_library(virtual_robot STATIC ${robot_sources})
 target_include_directories(virtual_robot PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}

@@ -31,5 +31,9 @@ orvane_sdk_test(sdk_endurance_test 400)
 orvane_sdk_test(sdk_board_test 300 BOARD)
 orvane_sdk_test(sdk_lowlevel_test 300 BOARD)
 orvane_sdk_test(sdk_examples_test 300)
+orvane_sdk_test(sdk_media_test 120)
+orvane_sdk_test(sdk_simulation_test 300)
+orvane_add_board_test(sdk_media_board_test COMMAND $<TARGET_FILE:sdk_media_test> --gtest_filter=Media.*
+                      TIMEOUT 120)
 
 add_test(NAME check_format COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-format)

@@ -1,7 +1,8 @@
 orvane_test(robot_test
   SOURCES unit/robot_arbiter_test.cpp unit/robot_motion_test.cpp unit/robot_body_test.cpp
           unit/robot_requests_test.cpp unit/robot_faults_test.cpp
-          unit/robot_lowlevel_test.cpp unit/robot_board_test.cpp
+          unit/robot_lowlevel_test.cpp unit/robot_board_test.cpp unit/robot_media_test.cpp
+          unit/robot_sim_test.cpp
   LIBS virtual_robot TIMEOUT 60)
 
 orvane_test(robot_program_test

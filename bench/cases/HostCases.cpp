@@ -12,6 +12,9 @@ constexpr const char* kObservedIds[] = {"observed.motion.raw", "observed.allocat
 constexpr const char* kStartIds[] = {"start.discovery.raw"};
 constexpr const char* kFleetIds[] = {"fleet.1", "fleet.2"};
 constexpr const char* kProcessorIds[] = {"processor.idle", "processor.observing"};
+constexpr const char* kSimulationIds[] = {
+    "simulation.publish.raw", "simulation.publish.tight.raw", "simulation.publish.allocations",
+    "simulation.observed.raw", "simulation.observed.raw_caller"};
 constexpr const char* kSoakIds[] = {"soak.query_motion_state.raw"};
 
 constexpr Case kCases[] = {{"rpc", measureRoundTrip, false, kRoundTripIds},
@@ -19,6 +22,7 @@ constexpr Case kCases[] = {{"rpc", measureRoundTrip, false, kRoundTripIds},
                            {"start", measureStart, false, kStartIds},
                            {"fleet", measureFleet, false, kFleetIds},
                            {"processor", measureProcessor, false, kProcessorIds},
+                           {"simulation", measureSimulation, false, kSimulationIds},
                            {"soak", measureSoak, true, kSoakIds}};
 
 }  // namespace

@@ -23,16 +23,6 @@ constexpr std::uint32_t kBlockMs = 1000;
 constexpr std::int64_t kNsPerMs = 1'000'000;
 constexpr std::int64_t kRequestEveryNs = 4 * kNsPerMs;  // as often as the robot writes sensors
 
-std::int64_t stampIn(const ObservedMotionRecord& record) {
-  const auto& parts = record.imu.quaternion;
-  return stampOf({parts.w, parts.x, parts.y, parts.z});
-}
-
-std::int64_t stampIn(const MotionObserved_& sample) {
-  const auto& parts = sample.imu.quaternion;
-  return stampOf({parts.w, parts.x, parts.y, parts.z});
-}
-
 std::int64_t stampIn(const ObservedSensorRecord& record) {
   const auto& odometry = record.odom;
   return stampOf(
@@ -71,8 +61,9 @@ Json::Value ObserverRole::collect(std::uint32_t count) {
 
 SdkObserver::SdkObserver(const Json::Value& arguments)
     : client_(SdkSession::client(arguments["device"].asString())) {
-  client_->setMotionObservedCallback(
-      [this](const ObservedMotionRecord& record) { collector_.put(nowNs() - stampIn(record)); });
+  client_->setMotionObservedCallback([this](const ObservedMotionRecord& record) {
+    collector_.put(nowNs() - motionStampOf(record));
+  });
   client_->setSensorObservedCallback([](const ObservedSensorRecord&) {});
 }
 
@@ -105,7 +96,7 @@ RawObserver::~RawObserver() {
 void RawObserver::attach() {
   open<MotionObserved_>(
       motion_, orvane_msg_dds__MotionObserved__desc, "motion/observed",
-      [this](const MotionObserved_& sample) { collector_.put(nowNs() - stampIn(sample)); });
+      [this](const MotionObserved_& sample) { collector_.put(nowNs() - motionStampOf(sample)); });
   open<SensorObserved_>(sensor_, orvane_msg_dds__SensorObserved__desc, "sensor/observed",
                         [this](const SensorObserved_&) { ++sensorSamples_; });
 }

@@ -22,4 +22,21 @@ namespace bench {
   return static_cast<std::int64_t>(bits);
 }
 
+/// Puts the time into a motion sample.
+template <class Sample>
+void stampMotion(Sample& sample, std::int64_t ns) {
+  const auto parts = stampFrom(ns);
+  auto& quaternion = sample.imu.quaternion;
+  quaternion.w = parts[0];
+  quaternion.x = parts[1];
+  quaternion.y = parts[2];
+  quaternion.z = parts[3];
+}
+/// The time in a motion sample, or in the record that the library makes of it.
+template <class Motion>
+[[nodiscard]] std::int64_t motionStampOf(const Motion& motion) {
+  const auto& parts = motion.imu.quaternion;
+  return stampOf({parts.w, parts.x, parts.y, parts.z});
+}
+
 }  // namespace bench

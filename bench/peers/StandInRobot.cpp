@@ -23,15 +23,6 @@ using Pexal::PDBus::RPCServer;
 constexpr std::int64_t kPeriodNs = 2'000'000;
 constexpr const char* kServer = "robotServer";
 
-void stamp(MotionObserved_& sample) {
-  const auto parts = stampFrom(nowNs());
-  auto& quaternion = sample.imu.quaternion;
-  quaternion.w = parts[0];
-  quaternion.x = parts[1];
-  quaternion.y = parts[2];
-  quaternion.z = parts[3];
-}
-
 void stamp(SensorObserved_& sample) {
   const auto parts = stampFrom(nowNs());
   sample.odom.position[0] = parts[0];
@@ -82,7 +73,7 @@ void StandInRobot::write(const dds::domain::DomainParticipant& participant,
   std::int64_t due = nowNs();
   for (std::uint32_t count = 0; !stopping_; ++count) {
     sleepUntilNs(due += kPeriodNs);
-    stamp(motionSample);
+    stampMotion(motionSample, nowNs());
     motion.write(motionSample);
     if (count % sensorEvery_ != 0) continue;
     sleepUntilNs(due + kPeriodNs / 2);

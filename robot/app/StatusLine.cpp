@@ -32,24 +32,41 @@ std::string printable(std::string text) {
 std::string keyOf(const RobotStatus& status) {
   return std::string(nameOf(status.posture)) + '\n' + status.controller + '\n' +
          std::to_string(status.session.id) + '\n' + nameOf(status.session.motors) + '\n' +
+         std::to_string(static_cast<int>(status.simulation.records.lastRefusal)) + '\n' +
+         nameOf(status.audio.state) + '\n' + status.audio.name + '\n' +
          std::to_string(status.lastRefusal.atMs);
 }
 
+/// What came of the commands to the motors.
+std::string describeRecords(const RecordCounts& records) {
+  std::string line = ", " + std::to_string(records.commands) + " commands, " +
+                     std::to_string(records.refused) + " refused";
+  if (records.lost > 0) line += ", " + std::to_string(records.lost) + " lost";
+  if (records.lastRefusal == RecordFate::kTaken) return line;
+  return line + " (" + textOf(records.lastRefusal) + ')';
+}
+
 std::string describeSession(const SessionStatus& session) {
-  char text[256];
-  const RecordCounts& records = session.records;
-  std::snprintf(text, sizeof(text),
-                ", low level %.40s (%.1f s), drive %s, %llu commands, %llu refused, %llu lost",
-                session.holder.c_str(), static_cast<double>(session.remainingMs) / 1000,
-                session.driveOn ? nameOf(session.motors) : "off",
-                static_cast<unsigned long long>(records.commands),
-                static_cast<unsigned long long>(records.refused),
-                static_cast<unsigned long long>(records.lost));
-  std::string line = text;
-  if (records.lastRefusal != RecordFate::kTaken) {
-    line += std::string(" (") + textOf(records.lastRefusal) + ')';
-  }
-  return line;
+  char text[128];
+  std::snprintf(text, sizeof(text), ", low level %.40s (%.1f s), drive %s", session.holder.c_str(),
+                static_cast<double>(session.remainingMs) / 1000,
+                session.driveOn ? nameOf(session.motors) : "off");
+  return text + describeRecords(session.records);
+}
+
+std::string describeSimulation(const SimulationStatus& simulation) {
+  const RecordCounts& records = simulation.records;
+  if (!simulation.active && records.commands + records.refused == 0) return {};
+  return std::string(", low level over DDS ") + (simulation.active ? "following" : "free") +
+         describeRecords(records);
+}
+
+std::string describeAudio(const AudioStatus& audio) {
+  char text[128];
+  std::snprintf(text, sizeof(text), ", %s %.64s (%.1f of %.1f s)", nameOf(audio.state),
+                audio.name.c_str(), static_cast<double>(audio.positionMs) / 1000,
+                static_cast<double>(audio.lengthMs) / 1000);
+  return text;
 }
 
 }  // namespace
@@ -88,11 +105,13 @@ std::string StatusLine::describe(const RobotStatus& status) const {
     line += text;
   }
   if (status.session.id != 0) line += describeSession(status.session);
+  line += describeSimulation(status.simulation);
   std::snprintf(text, sizeof(text), ", %.2f m/s %+.2f rad/s, at %.2f %.2f m %.0f deg, %.1f%%",
                 std::hypot(status.velocity.x, status.velocity.y), status.velocity.yaw,
                 status.position[0], status.position[1], status.yaw * 180 / M_PI,
                 status.chargePercent);
   line += text;
+  if (status.audio.state != Player::State::kStopped) line += describeAudio(status.audio);
   if (!status.lastRefusal.method.empty()) {
     line += ", last refused " + status.lastRefusal.method + ": " + status.lastRefusal.refusal.text;
   }

@@ -8,7 +8,7 @@ namespace orvane::robot {
 
 /// One line on standard output that says what the robot does and who holds control: rewritten in
 /// place on a terminal; in a pipe a plain line after each change of posture, control, low-level
-/// session, drive or refusal. One thread uses it.
+/// session, drive, track or refusal. One thread uses it.
 class StatusLine {
  public:
   /// `terminal`: rewrite in place.

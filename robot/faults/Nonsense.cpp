@@ -109,4 +109,12 @@ void spoil(RobotSdk::ObservedSensorRecord& record, std::uint32_t turn) noexcept 
   record.gps.lat = record.gps.lng = spoilSensors(record, turn);
 }
 
+void spoil(orvane::msg::dds_::RemoteControl_& sample, std::uint32_t turn) noexcept {
+  const float figure = pick(kNoFigures, turn);
+  sample.controller = sample.timestamp = UINT64_MAX;
+  sample.back = sample.a = sample.up = sample.rs = 0xff;
+  sample.stickLX = sample.stickLY = sample.stickRX = sample.stickRY = figure;
+  sample.triggerL = sample.triggerR = figure;
+}
+
 }  // namespace orvane::robot

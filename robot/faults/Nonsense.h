@@ -20,6 +20,7 @@ namespace orvane::robot {
 [[nodiscard]] Json::Value nonsenseEvent(std::uint32_t turn, const Json::Value& deviceNo);
 void spoil(orvane::msg::dds_::MotionObserved_& sample, std::uint32_t turn) noexcept;
 void spoil(orvane::msg::dds_::SensorObserved_& sample, std::uint32_t turn) noexcept;
+void spoil(orvane::msg::dds_::RemoteControl_& sample, std::uint32_t turn) noexcept;
 void spoil(RobotSdk::ObservedMotionRecord& record, std::uint32_t turn) noexcept;
 void spoil(RobotSdk::ObservedSensorRecord& record, std::uint32_t turn) noexcept;
 

@@ -13,28 +13,41 @@ namespace orvane::robot {
 namespace policy = dds::core::policy;
 using Pexal::PBase::CTime;
 
-dds::pub::qos::DataWriterQos observedWriterQos(const std::string& deviceId) {
+dds::pub::qos::DataWriterQos observedWriterQos(const std::string& deviceId, bool reliable) {
   const std::string announced = "deviceNo=" + deviceId;
   dds::pub::qos::DataWriterQos qos;
-  qos << policy::Reliability::BestEffort() << policy::History::KeepLast(1)
-      << policy::Durability::Volatile()
+  qos << (reliable ? policy::Reliability::Reliable(dds::core::Duration::zero())
+                   : policy::Reliability::BestEffort())
+      << policy::History::KeepLast(1) << policy::Durability::Volatile()
       << policy::UserData(std::vector<std::uint8_t>(announced.begin(), announced.end()));
   return qos;
 }
 
 ObservedPublisher::ObservedPublisher(const dds::domain::DomainParticipant& participant,
-                                     const std::string& deviceId, std::shared_ptr<Voice> voice)
+                                     const std::string& deviceId, std::shared_ptr<Voice> voice,
+                                     const ForClients& clients)
     : Publisher(std::move(voice), false),
       publisher_(participant),
-      motionTopic_(participant, "motion/observed"),
-      sensorTopic_(participant, "sensor/observed"),
-      motionWriter_(publisher_, motionTopic_, observedWriterQos(deviceId)),
-      sensorWriter_(publisher_, sensorTopic_, observedWriterQos(deviceId)) {}
+      motionTopic_(participant, kMotionTopic),
+      sensorTopic_(participant, kSensorTopic),
+      sensorWriter_(publisher_, sensorTopic_, observedWriterQos(deviceId)) {
+  // One writer where both kinds of readers look in the same place, or everybody gets all twice.
+  const bool wanted = !clients.participant.is_nil();
+  const bool shared = wanted && clients.participant == participant && clients.topic == kMotionTopic;
+  motionWriter_ = {publisher_, motionTopic_,
+                   observedWriterQos(deviceId, shared && clients.reliable)};
+  if (!wanted || shared) return;
+  const dds::topic::Topic<orvane::msg::dds_::MotionObserved_> topic(clients.participant,
+                                                                    clients.topic);
+  clientsWriter_ = {dds::pub::Publisher(clients.participant), topic,
+                    observedWriterQos(deviceId, clients.reliable)};
+}
 
 void ObservedPublisher::writeMotion(const BodyState& body, bool spoilt) {
   fill(motionSample_, body, CTime::getCurrentMicroSecond());
   if (spoilt) spoil(motionSample_, nextTurn());
   motionWriter_.write(motionSample_);
+  if (!clientsWriter_.is_nil()) clientsWriter_.write(motionSample_);
 }
 
 void ObservedPublisher::writeSensors(const BodyState& body, bool spoilt) {

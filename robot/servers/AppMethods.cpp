@@ -29,6 +29,7 @@ Answer takeControl(const Call& call) {
   if (params.failure()) return *params.failure();
   if (!commandMode) return Refusal{Reason::kNotAvailable, "params: cmdMode must be true"};
   if (call.robot.session().claimsMotion()) return heldByASession(call.robot);
+  if (auto refusal = heldFromAfar(call.robot)) return *std::move(refusal);
   auto taken = call.robot.arbiter().take(call.clientId, lease, call.robot.nowMs());
   if (auto* refusal = std::get_if<Refusal>(&taken)) return std::move(*refusal);
   const Grant& grant = std::get<Grant>(taken);
@@ -133,14 +134,6 @@ Answer capabilities(const Call&) {
   return capabilitiesDocument();
 }
 
-Answer systemStatus(const Call& call) {
-  return systemStatusDocument(call.robot, call.self.deviceId, call.self.startedMs);
-}
-
-Answer refuseMedia(const Call&) {
-  return Refusal{Reason::kNotAvailable, "media room not available"};
-}
-
 // Renewing and releasing judge the caller themselves.
 constexpr Method kMethods[] = {
     {"takeMotionControl", false, takeControl},
@@ -155,22 +148,14 @@ constexpr Method kMethods[] = {
     {"getMotorLayout", false, motorLayout},
     {"queryMotionState", false, motionState},
     {"getMotionCapabilities", false, capabilities},
-    {"getSystemStatus", false, systemStatus},
     {"restoreMotionControlMode", false, restoreMotionControlMode},
-    {"startPlayList", false, refuseMedia},
-    {"stopPlayList", false, refuseMedia},
-    {"addAudioFile", false, refuseMedia},
-    {"deleteAudioFile", false, refuseMedia},
-    {"setCameraLightBrightness", false, refuseMedia},
-    {"getCameraLightBrightness", false, refuseMedia},
-    {"getAudioPlayDetail", false, refuseMedia},
-    {"getAudioPlayList", false, refuseMedia},
 };
 
 }  // namespace
 
 const Method* findAppMethod(const std::string& name) {
-  return findIn(std::begin(kMethods), std::end(kMethods), name);
+  const Method* method = findIn(std::begin(kMethods), std::end(kMethods), name);
+  return method != nullptr ? method : findMediaMethod(name);
 }
 
 }  // namespace orvane::robot

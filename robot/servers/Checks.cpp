@@ -16,6 +16,17 @@ std::string rangeText(const Range& range) {
   return text;
 }
 
+bool isText(const Json::Value& value, std::size_t longest) {
+  const char* begin = nullptr;
+  const char* end = nullptr;
+  return value.getString(&begin, &end) && begin != end &&
+         static_cast<std::size_t>(end - begin) <= longest;
+}
+
+std::string textOf(std::size_t longest) {
+  return "a text of 1 to " + std::to_string(longest) + " bytes";
+}
+
 }  // namespace
 
 ObjectReader::ObjectReader(const Json::Value& object, std::string name)
@@ -80,18 +91,36 @@ std::uint64_t ObjectReader::unsigned64(const char* key) {
 }
 
 std::string ObjectReader::text(const char* key, std::size_t longest) {
+  auto text = optionalText(key, longest);
+  if (!text) fail(Reason::kInvalid, std::string(key) + " is missing");
+  return std::move(text).value_or(std::string());
+}
+
+std::optional<std::string> ObjectReader::optionalText(const char* key, std::size_t longest) {
   const Json::Value* value = find(key);
-  if (value == nullptr) {
-    fail(Reason::kInvalid, std::string(key) + " is missing");
-    return {};
+  if (value == nullptr) return std::nullopt;
+  if (!isText(*value, longest)) {
+    fail(Reason::kInvalid, std::string(key) + " must be " + textOf(longest));
+    return std::string();
   }
-  std::string text = value->isString() ? value->asString() : std::string();
-  if (text.empty() || text.size() > longest) {
-    fail(Reason::kInvalid,
-         std::string(key) + " must be a text of 1 to " + std::to_string(longest) + " bytes");
-    return {};
+  return value->asString();
+}
+
+std::optional<std::vector<std::string>> ObjectReader::optionalTexts(const char* key,
+                                                                    std::size_t most,
+                                                                    std::size_t longest) {
+  const Json::Value* value = find(key);
+  if (value == nullptr) return std::nullopt;
+  std::vector<std::string> texts;
+  const bool fits = value->isArray() && value->size() <= most;
+  if (!fits || !std::all_of(value->begin(), value->end(),
+                            [&](const Json::Value& entry) { return isText(entry, longest); })) {
+    fail(Reason::kInvalid, std::string(key) + " must be an array of at most " +
+                               std::to_string(most) + ", each " + textOf(longest));
+    return texts;
   }
-  return text;
+  for (const Json::Value& entry : *value) texts.push_back(entry.asString());
+  return texts;
 }
 
 const Json::Value& ObjectReader::object(const char* key) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "Refusal.h"
 #include "motion/MotionLimits.h"
@@ -35,6 +36,10 @@ class ObjectReader {
   std::uint64_t unsigned64(const char* key);
   /// A text of 1 to `longest` bytes.
   std::string text(const char* key, std::size_t longest);
+  std::optional<std::string> optionalText(const char* key, std::size_t longest);
+  /// An array of at most `most` such texts.
+  std::optional<std::vector<std::string>> optionalTexts(const char* key, std::size_t most,
+                                                        std::size_t longest);
   /// An object or null; null when absent.
   const Json::Value& object(const char* key);
   /// Refuses members of any other name, for a misspelt one would silently do nothing.

@@ -1,6 +1,5 @@
 #include "servers/Documents.h"
 
-#include <algorithm>
 #include <array>
 
 #include "body/LegKinematics.h"
@@ -64,6 +63,15 @@ Json::Value sessionDocument(RobotCore::Access& robot) {
   return document;
 }
 
+Json::Value simulationDocument(const WriterHold& hold) {
+  Json::Value document;
+  document[Key("active")] = hold.held();
+  document[Key("commands")] = Json::UInt64(hold.counts().commands);
+  document[Key("refused")] = Json::UInt64(hold.counts().refused);
+  document[Key("lastRefusal")] = textOf(hold.counts().lastRefusal);
+  return document;
+}
+
 Json::Value refusalDocument(const RefusedRequest& refused) {
   Json::Value document;
   if (refused.method.empty()) return document;
@@ -75,6 +83,8 @@ Json::Value refusalDocument(const RefusedRequest& refused) {
   return document;
 }
 
+}  // namespace
+
 Json::Value batteryDocument(const BatteryState& battery) {
   Json::Value document;
   document[Key("chargePercent")] = battery.chargePercent;
@@ -84,8 +94,6 @@ Json::Value batteryDocument(const BatteryState& battery) {
   document[Key("temperature")] = battery.temperature;
   return document;
 }
-
-}  // namespace
 
 Json::Value motorLayoutDocument() {
   Json::Value document;
@@ -141,23 +149,8 @@ Json::Value motionStateDocument(RobotCore::Access& robot, const std::string& dev
   params[Key("stepHeight")] = robot.motion().stepHeight();
   document[Key("control")] = controlDocument(robot);
   document[Key("lowLevel")] = sessionDocument(robot);
+  document[Key("simulation")] = simulationDocument(robot.hold());
   document[Key("lastRefusal")] = refusalDocument(robot.lastRefusal());
-  return document;
-}
-
-Json::Value systemStatusDocument(RobotCore::Access& robot, const std::string& deviceId,
-                                 std::uint64_t startedMs) {
-  Json::Value document;
-  document[Key("deviceNo")] = deviceId;
-  document[Key("model")] = kModel;
-  document[Key("version")] = kVersion;
-  document[Key("uptimeMs")] = Json::UInt64(robot.nowMs() - startedMs);
-  document[Key("battery")] = batteryDocument(robot.body().battery);
-  double hottest = 0;
-  for (const JointState& joint : robot.body().joints) {
-    hottest = std::max(hottest, joint.temperature);
-  }
-  document[Key("motors")][Key("maxTemperature")] = hottest;
   return document;
 }
 

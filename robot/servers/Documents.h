@@ -6,6 +6,7 @@
 #include <string>
 
 #include "RobotCore.h"
+#include "media/HostFigures.h"
 
 namespace orvane::robot {
 
@@ -24,14 +25,22 @@ inline constexpr const char* kVersion = "1.0.0";
 
 /// What it does now: "posture", "velocity", "command", "control" (who, since when, until when),
 /// "emergencyStop", "lowLevel" (the session, what the motors do, what came of the records),
-/// "lastRefusal".
+/// "simulation" (the same of clients on other machines), "lastRefusal".
 [[nodiscard]] Json::Value motionStateDocument(RobotCore::Access& robot,
                                               const std::string& deviceId);
 
-/// {"deviceNo", "model", "version", "uptimeMs", "battery", "motors"}.
+[[nodiscard]] Json::Value batteryDocument(const BatteryState& battery);
+
+/// How the robot and the computer that runs it are: see docs/media.md.
 [[nodiscard]] Json::Value systemStatusDocument(RobotCore::Access& robot,
-                                               const std::string& deviceId,
-                                               std::uint64_t startedMs);
+                                               const std::string& deviceId, std::uint64_t startedMs,
+                                               const HostFigures& host);
+
+/// What is played, and how far it is: see docs/media.md.
+[[nodiscard]] Json::Value playDetailDocument(const Player& player);
+
+/// {"name", "format", "lengthMs", "sizeBytes"}.
+[[nodiscard]] Json::Value audioFileDocument(const AudioFile& file);
 
 /// The "detail" of a discovery response.
 [[nodiscard]] Json::Value discoveryDocument(RobotCore::Access& robot);

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "RobotCore.h"
+#include "media/HostFigures.h"
 #include "servers/Checks.h"
 
 namespace orvane::robot {
@@ -24,6 +25,7 @@ struct Call {
   const std::string& clientId;
   const Json::Value& params;  ///< object or null
   const Identity& self;
+  const HostFigures& host;  ///< read for methods that tell of it
 };
 
 /// The "params" of an answer (null: none), or why there is none.
@@ -40,12 +42,19 @@ struct Method {
   const char* name;
   bool needsControl;
   Answer (*handler)(const Call&);
+  bool tellsOfHost = false;
 };
 
 /// What the robot's application services know; null: no such method.
 [[nodiscard]] const Method* findAppMethod(const std::string& name);
 /// What the motion service knows, which is for low-level sessions.
 [[nodiscard]] const Method* findSessionMethod(const std::string& name);
+
+/// Of the application services, too: play list, audio files, camera light, system status.
+[[nodiscard]] const Method* findMediaMethod(const std::string& name);
+
+/// Why nobody else can have the robot while a client on another machine commands its motors.
+[[nodiscard]] std::optional<Refusal> heldFromAfar(RobotCore::Access& robot);
 
 /// Of the application services, though it concerns a session.
 [[nodiscard]] Answer restoreMotionControlMode(const Call& call);

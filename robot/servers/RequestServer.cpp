@@ -71,8 +71,9 @@ RpcReply RequestServer::refusal(RobotCore::Access& robot, const std::string& met
 
 RpcReply RequestServer::answer(const Method& method, const Json::Value& document) {
   std::string clientId;
+  const HostFigures host = method.tellsOfHost ? readHostFigures() : HostFigures();
   RobotCore::Access robot = core_->access();
-  Answer answer = carryOut(robot, method, document, clientId);
+  Answer answer = carryOut(robot, method, document, host, clientId);
   if (auto* reason = std::get_if<Refusal>(&answer)) {
     return refusal(robot, method.name, std::move(clientId), std::move(*reason));
   }
@@ -84,7 +85,8 @@ RpcReply RequestServer::answer(const Method& method, const Json::Value& document
 }
 
 Answer RequestServer::carryOut(RobotCore::Access& robot, const Method& method,
-                               const Json::Value& document, std::string& clientId) {
+                               const Json::Value& document, const HostFigures& host,
+                               std::string& clientId) {
   ObjectReader envelope(document, "request");
   ObjectReader caller(envelope.object("call"), "call");
   const Json::Value& params = envelope.object("params");
@@ -94,7 +96,7 @@ Answer RequestServer::carryOut(RobotCore::Access& robot, const Method& method,
   if (method.needsControl) {
     if (auto refusal = robot.arbiter().check(clientId, robot.nowMs())) return *std::move(refusal);
   }
-  return method.handler({robot, clientId, params, self_});
+  return method.handler({robot, clientId, params, self_, host});
 }
 
 }  // namespace orvane::robot

@@ -46,7 +46,8 @@ class RequestServer {
                                                       const std::string& method,
                                                       std::string clientId, Refusal refusal);
   [[nodiscard]] Answer carryOut(RobotCore::Access& robot, const Method& method,
-                                const Json::Value& document, std::string& clientId);
+                                const Json::Value& document, const HostFigures& host,
+                                std::string& clientId);
 
   const std::shared_ptr<RobotCore> core_;
   const Identity self_;

@@ -32,7 +32,7 @@ std::optional<Refusal> obstacle(RobotCore::Access& robot) {
   if (robot.motion().emergencyStopped()) {
     return Refusal{Reason::kNotNow, "an emergency stop is latched; recoveryStand lifts it"};
   }
-  return std::nullopt;
+  return heldFromAfar(robot);
 }
 
 // The motion board leads as soon as nobody moves the robot by way of the other one: at the latest
@@ -126,6 +126,13 @@ constexpr Method kMethods[] = {
 };
 
 }  // namespace
+
+std::optional<Refusal> heldFromAfar(RobotCore::Access& robot) {
+  if (!robot.hold().held()) return std::nullopt;
+  return Refusal{Reason::kHeldByAnother,
+                 "the motors follow a low-level client on another machine until " +
+                     std::to_string(MotorControl::kSilenceMs) + " ms after its last command"};
+}
 
 Answer restoreMotionControlMode(const Call& call) {
   auto id = sessionOf(call);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <span>
+#include <utility>
 
 #include "body/JointModel.h"
 
@@ -11,6 +13,7 @@ namespace {
 using namespace Robot::Motion;
 using RobotSdk::kMaxMotors;
 using RobotSdk::LowLevelMotor;
+using RobotSdk::LowLevelMotorRecord;
 
 // Gains with which the motors hold until they are told otherwise, and with which they damp.
 constexpr double kHoldStiffness = 200;  // N m/rad
@@ -20,6 +23,11 @@ constexpr double kDamping = 2;          // N m s/rad
 // What a motor's driver takes.
 constexpr double kMaxStiffness = 1000;  // N m/rad
 constexpr double kMaxDamping = 100;     // N m s/rad
+
+/// The entries that count; there are 1 to 16.
+std::span<const LowLevelMotor> motorsOf(const LowLevelMotorRecord& record) {
+  return {record.motor, record.motorNum};
+}
 
 bool isJoint(const LowLevelMotor& motor) {
   return motor.limbsNo < kLegs && motor.jointNo < kJointsPerLeg;
@@ -33,6 +41,19 @@ bool makesSense(const LowLevelMotor& motor) {
   return std::isfinite(motor.position) && std::isfinite(motor.velocity) &&
          std::isfinite(motor.torque) && std::isfinite(motor.kpGain) &&
          std::isfinite(motor.kdGain) && motor.kpGain >= 0 && motor.kdGain >= 0;
+}
+
+RecordFate checkAddresses(std::span<const LowLevelMotor> motors) {
+  std::array<bool, kJoints> named{};
+  for (const LowLevelMotor& motor : motors) {
+    if (!isJoint(motor)) return RecordFate::kUnknownMotor;
+    if (std::exchange(named[indexOf(motor)], true)) return RecordFate::kMotorTwice;
+  }
+  return RecordFate::kTaken;
+}
+
+bool isCount(std::uint32_t count) {
+  return count >= 1 && count <= kMaxMotors;
 }
 
 /// Within what joint and driver can do; `number` is the joint's.
@@ -58,9 +79,15 @@ const char* textOf(RecordFate fate) noexcept {
       "no such kind",
       "its motor count isn't 1 to 16",
       "the robot has no such limb or joint",
+      "it names a motor twice",
       "a figure that isn't finite, or a negative gain or limit",
       "the motors' drive is off",
-      "a joint's first position lies more than 0.3 rad from where it is"};
+      "a joint's first position lies more than 0.3 rad from where it is",
+      "another client commands the motors",
+      "somebody holds high-level control",
+      "the motors are a session's on the robot's board",
+      "an emergency stop is latched; recoveryStand lifts it",
+      "the robot is changing its posture"};
   return kTexts[static_cast<std::size_t>(fate)];
 }
 
@@ -103,9 +130,7 @@ void MotorControl::damp(Mode mode) {
 
 RecordFate MotorControl::take(const Record& record, const BodyState& body, std::uint64_t nowMs) {
   const RecordFate fate = judge(record, body, nowMs);
-  if (fate == RecordFate::kTaken) return fate;
-  ++counts_.refused;
-  counts_.lastRefusal = fate;
+  if (fate != RecordFate::kTaken) counts_.refuse(fate);
   return fate;
 }
 
@@ -121,45 +146,51 @@ RecordFate MotorControl::judge(const Record& record, const BodyState& body, std:
   }
   if (record.kind == kRequireObserved) return RecordFate::kTaken;
   if (record.kind > kMotorCommandWithTrailer) return RecordFate::kUnknownKind;
-  if (count < 1 || count > kMaxMotors) return RecordFate::kBadMotorCount;
+  if (!isCount(count)) return RecordFate::kBadMotorCount;
   if (mode_ == Mode::kOff) return RecordFate::kDriveOff;
-  if (!std::all_of(record.motors.motor, record.motors.motor + count, isJoint)) {
-    return RecordFate::kUnknownMotor;
-  }
-  return record.kind == kMaxTorque ? limit(record) : command(record, body, nowMs);
+  if (record.kind == kMaxTorque) return limit(record.motors);
+  const RecordFate fate = check(record.motors, body);
+  if (fate != RecordFate::kTaken) return fate;
+  follow(record.motors, nowMs);
+  ++counts_.commands;
+  return fate;
 }
 
-RecordFate MotorControl::command(const Record& record, const BodyState& body, std::uint64_t nowMs) {
-  const LowLevelMotor* const first = record.motors.motor;
-  const LowLevelMotor* const last = first + record.motors.motorNum;
-  if (!std::all_of(first, last, makesSense)) return RecordFate::kBadValue;
-  const bool tooFar = std::any_of(first, last, [&](const LowLevelMotor& motor) {
+RecordFate MotorControl::check(const LowLevelMotorRecord& command, const BodyState& body) const {
+  if (!isCount(command.motorNum)) return RecordFate::kBadMotorCount;
+  const auto motors = motorsOf(command);
+  const RecordFate fate = checkAddresses(motors);
+  if (fate != RecordFate::kTaken) return fate;
+  if (!std::all_of(motors.begin(), motors.end(), makesSense)) return RecordFate::kBadValue;
+  const bool tooFar = std::any_of(motors.begin(), motors.end(), [&](const LowLevelMotor& motor) {
     const std::size_t joint = indexOf(motor);
     return motor.kpGain > 0 && !follows_[joint] &&
            std::abs(motor.position - body.joints[joint].position) > kFirstReach;
   });
-  if (tooFar) return RecordFate::kTooFar;
-  for (const LowLevelMotor* motor = first; motor != last; ++motor) {
-    const std::size_t joint = indexOf(*motor);
-    joints_[joint] = commandOf(*motor, joint, limits_[joint]);
-    if (motor->kpGain > 0) follows_[joint] = true;
+  return tooFar ? RecordFate::kTooFar : RecordFate::kTaken;
+}
+
+void MotorControl::follow(const LowLevelMotorRecord& command, std::uint64_t nowMs) {
+  for (const LowLevelMotor& motor : motorsOf(command)) {
+    const std::size_t joint = indexOf(motor);
+    joints_[joint] = commandOf(motor, joint, limits_[joint]);
+    if (motor.kpGain > 0) follows_[joint] = true;
   }
   mode_ = Mode::kFollowing;
   commandedMs_ = nowMs;
-  ++counts_.commands;
-  return RecordFate::kTaken;
 }
 
-RecordFate MotorControl::limit(const Record& record) {
-  const LowLevelMotor* const first = record.motors.motor;
-  const LowLevelMotor* const last = first + record.motors.motorNum;
+RecordFate MotorControl::limit(const LowLevelMotorRecord& limits) {
+  const auto motors = motorsOf(limits);
+  const RecordFate fate = checkAddresses(motors);
+  if (fate != RecordFate::kTaken) return fate;
   const auto isLimit = [](const LowLevelMotor& motor) {
     return std::isfinite(motor.torque) && motor.torque >= 0;
   };
-  if (!std::all_of(first, last, isLimit)) return RecordFate::kBadValue;
-  for (const LowLevelMotor* motor = first; motor != last; ++motor) {
-    const std::size_t joint = indexOf(*motor);
-    limits_[joint] = std::min<double>(motor->torque, kJointLimits[joint % kJointsPerLeg].maxTorque);
+  if (!std::all_of(motors.begin(), motors.end(), isLimit)) return RecordFate::kBadValue;
+  for (const LowLevelMotor& motor : motors) {
+    const std::size_t joint = indexOf(motor);
+    limits_[joint] = std::min<double>(motor.torque, kJointLimits[joint % kJointsPerLeg].maxTorque);
     if (mode_ != Mode::kDamping) joints_[joint].maxTorque = limits_[joint];
   }
   return RecordFate::kTaken;

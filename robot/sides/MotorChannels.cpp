@@ -4,8 +4,6 @@
 
 #include <utility>
 
-#include "pbase/CTime.h"
-#include "pbase/ILogger.h"
 #include "shm/ShareMotionDomain.h"
 
 namespace orvane::robot {
@@ -13,7 +11,6 @@ namespace {
 
 using namespace Robot::Motion;
 
-constexpr std::uint64_t kReportEveryMs = 1000;
 constexpr int kOnce = -1;  // a client that stands still must not hold up the next command
 
 /// Of a channel's domain and its ends alike. The control channel has a pool here too, for a client
@@ -70,15 +67,7 @@ void MotorChannels::take(const Record& shared) {
   if (answered) {
     static_cast<void>(publisher_->publishMotionData(kRequireObserved, observed, kOnce));
   }
-  if (fate != RecordFate::kTaken) report(fate, record.seq);
-}
-
-void MotorChannels::report(RecordFate fate, std::uint64_t number) {
-  const std::uint64_t nowMs = Pexal::PBase::CTime::getCurrentMilliSecond();
-  if (nowMs < reportedMs_ + kReportEveryMs) return;
-  reportedMs_ = nowMs;
-  Pexal::ILogger::instance()->log(3, "VirtualRobot", "refused control record %llu: %s\n",
-                                  static_cast<unsigned long long>(number), textOf(fate));
+  refusals_.note(fate, record.seq);
 }
 
 }  // namespace orvane::robot

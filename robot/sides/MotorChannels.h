@@ -6,6 +6,7 @@
 #include "RobotCore.h"
 #include "faults/Voice.h"
 #include "publish/BufferPublisher.h"
+#include "session/RefusalLog.h"
 #include "shm/ShareMotionReader.h"
 #include "shm/ShareMotionWriter.h"
 
@@ -43,14 +44,13 @@ class MotorChannels {
   using Record = Robot::Motion::ShareLowLevelMotionCtrlData;
 
   void take(const Record& shared);
-  void report(RecordFate fate, std::uint64_t number);
 
   const std::shared_ptr<RobotCore> core_;
   const std::shared_ptr<Voice> voice_;
   BufferPublisher& observed_;
   std::shared_ptr<Robot::Motion::ShareMotionCtrlReader> reader_;
   std::shared_ptr<Robot::Motion::ShareMotionDataPublisher> publisher_;
-  std::uint64_t reportedMs_ = 0;  // the delivery thread's own
+  RefusalLog refusals_{"control record"};  // the delivery thread's own
 };
 
 }  // namespace orvane::robot

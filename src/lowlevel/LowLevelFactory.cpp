@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "lowlevel/LocalLowLevelClientImpl.h"
+#include "lowlevel/SimulationLowLevelClientImpl.h"
 
 namespace orvane::RobotSdk {
 
@@ -13,6 +14,10 @@ std::shared_ptr<IMotionLowLevelClient> makeLocalLowLevelClient() {
             static_cast<void>(held->disconnect());
             held.reset();
           }};
+}
+
+std::shared_ptr<IMotionLowLevelClient> makeSimulationLowLevelClient() {
+  return std::make_shared<SimulationLowLevelClientImpl>();
 }
 
 }  // namespace orvane::RobotSdk

@@ -11,4 +11,7 @@ namespace orvane::RobotSdk {
 /// its own thread has let go of it.
 [[nodiscard]] std::shared_ptr<IMotionLowLevelClient> makeLocalLowLevelClient();
 
+/// Makes a low-level client of an external host, which reads its environment variables now.
+[[nodiscard]] std::shared_ptr<IMotionLowLevelClient> makeSimulationLowLevelClient();
+
 }  // namespace orvane::RobotSdk

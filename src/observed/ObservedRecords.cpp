@@ -47,6 +47,35 @@ ObservedMotionRecord toMotionRecord(const msg::dds_::MotionObserved_& sample) {
   return record;
 }
 
+void includeRemoteControl(const msg::dds_::RemoteControl_& sample, ObservedMotionRecord& record) {
+  ObservedRemoteControl& to = record.remoteControl;
+  to = {};
+  to.included = 1;
+  to.controller = sample.controller;
+  to.back = sample.back;
+  to.start = sample.start;
+  to.lb = sample.lb;
+  to.rb = sample.rb;
+  to.f1 = sample.f1;
+  to.f2 = sample.f2;
+  to.a = sample.a;
+  to.b = sample.b;
+  to.x = sample.x;
+  to.y = sample.y;
+  to.up = sample.up;
+  to.down = sample.down;
+  to.left = sample.left;
+  to.right = sample.right;
+  to.ls = sample.ls;
+  to.rs = sample.rs;
+  to.stickLX = sample.stickLX;
+  to.stickLY = sample.stickLY;
+  to.stickRX = sample.stickRX;
+  to.stickRY = sample.stickRY;
+  to.triggerL = sample.triggerL;
+  to.triggerR = sample.triggerR;
+}
+
 ObservedSensorRecord toSensorRecord(const msg::dds_::SensorObserved_& sample) {
   ObservedSensorRecord record{};
   record.gps = {sample.gps.valid, sample.gps.speed,     sample.gps.level,

@@ -80,10 +80,16 @@ HighLevelClient createHighLevel(std::string deviceId) {
 }
 
 LowLevelClient createLowLevel() {
-  if (service::deployment() == service::kRobotBoard) return theLowLevelClient();
-  MOTION_LOG(kUnit, level::kError,
-             "native low level control only supported on local board deployment");
-  return nullptr;
+  switch (service::deployment()) {
+    case service::kExternalHost:
+      return makeSimulationLowLevelClient();
+    case service::kRobotBoard:
+      return theLowLevelClient();
+    default:
+      MOTION_LOG(kUnit, level::kError,
+                 "native low level control only supported on local board deployment");
+      return nullptr;
+  }
 }
 
 }  // namespace

@@ -307,8 +307,9 @@ std::shared_ptr<const ServiceSnapshot> MotionSdkServiceImpl::snapshot() const {
 }
 
 void MotionSdkServiceImpl::publishSnapshot() {
-  std::shared_ptr<const ServiceSnapshot> next = std::make_shared<const ServiceSnapshot>(
-      ServiceSnapshot{initialed, platform, startedBy, clientId, hostProfilePath, config});
+  std::shared_ptr<const ServiceSnapshot> next =
+      std::make_shared<const ServiceSnapshot>(ServiceSnapshot{
+          initialed, platform, startedBy, clientId, networkInterface, hostProfilePath, config});
   const std::lock_guard lock(snapshotMutex);
   published.swap(next);
 }

@@ -22,6 +22,7 @@ struct ServiceSnapshot {
   std::int32_t platform = 0;
   pid_t startedBy = 0;  // the process that called initial; a forked child is another one
   std::string clientId;
+  std::string networkInterface;
   std::string hostProfilePath;
   std::shared_ptr<const Json::Value> config;
 };

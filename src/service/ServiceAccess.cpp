@@ -28,6 +28,10 @@ std::string clientId() {
   return now()->clientId;
 }
 
+std::string networkInterface() {
+  return now()->networkInterface;
+}
+
 std::string applicationServiceName(bool brain) {
   return brain && now()->platform == kRobotBoard ? "brainAppService" : "robotAppService";
 }

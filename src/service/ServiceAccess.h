@@ -26,6 +26,8 @@ inline constexpr std::int32_t kRobotBoard = 2;
 [[nodiscard]] std::int32_t deployment() noexcept;
 /// The SDK client's name: the identity of a client that holds no control.
 [[nodiscard]] std::string clientId();
+/// As the application chose it before the last initial(); empty: it didn't.
+[[nodiscard]] std::string networkInterface();
 /// "brainAppService" for the brain's role on the robot board, else "robotAppService".
 [[nodiscard]] std::string applicationServiceName(bool brain);
 /// The part of the configuration that `path` ("a.b") selects; see MotionSdkServiceImpl::section.

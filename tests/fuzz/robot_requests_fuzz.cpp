@@ -65,9 +65,31 @@ class FuzzedRobot {
     fuzz::require(
         robot.arbiter().current().has_value() || robot.motion().posture() != Posture::kWalking,
         "nobody in control means no walk", jsonToString(state));
+    checkMedia(robot.media());
   }
 
  private:
+  static void checkMedia(const MediaRoom& media) {
+    fuzz::require(media.light.brightness() <= CameraLight::kBrightest, "the light keeps its range");
+    std::uint64_t bytes = media.files.freeBytes();
+    for (const auto& [name, file] : media.files.all()) {
+      fuzz::require(
+          !name.empty() && name.front() != '.' && name.find_first_of("/\\") == std::string::npos,
+          "a file's name is no path", name);
+      bytes += file.sizeBytes;
+    }
+    fuzz::require(bytes == AudioFiles::kCapacityBytes, "each byte is free or some file's");
+    const PlayList& list = media.player.list();
+    fuzz::require(list.empty() == (media.player.state() == Player::State::kStopped),
+                  "what plays has a track");
+    if (list.empty()) return;
+    fuzz::require(media.player.positionMs() < list.present().lengthMs, "a track ends in time");
+    for (const Track& track : list.tracks()) {
+      fuzz::require(media.files.find(track.name) != nullptr, "only what is there is played",
+                    track.name);
+    }
+  }
+
   void request(std::string_view method, std::string_view text) {
     Pexal::PDBus::RpcRequest request{RequestServer::kService, std::string(method), {}, false};
     if (method.find('/') != std::string_view::npos) {
@@ -103,7 +125,10 @@ class FuzzedRobot {
 
   static bool needsControl(const std::string& method) {
     return method == "startMotionAction" || method == "stopMotionAction" ||
-           method == "emergencyStopMotion" || method == "setMotionActionParams";
+           method == "emergencyStopMotion" || method == "setMotionActionParams" ||
+           method == "startPlayList" || method == "stopPlayList" || method == "addAudioFile" ||
+           method == "deleteAudioFile" || method == "setCameraLightBrightness" ||
+           method == "getCameraLightBrightness";
   }
   [[nodiscard]] bool holdsControl(const Json::Value& document) {
     RobotCore::Access robot = core_->access();

@@ -386,6 +386,7 @@ TEST_F(LowLevel, recordsThatMustNotReachTheMotorsAreRefusedAndCounted) {
       {RecordFate::kBadMotorCount, [](Record& r) { r.kind = kMaxTorque, r.motors.motorNum = 17; }},
       {RecordFate::kUnknownMotor, [](Record& r) { r.motors.motor[11].limbsNo = 4; }},
       {RecordFate::kUnknownMotor, [](Record& r) { r.motors.motor[11].jointNo = 3; }},
+      {RecordFate::kMotorTwice, [](Record& r) { r.motors.motor[11] = r.motors.motor[3]; }},
       {RecordFate::kBadValue, [](Record& r) { r.motors.motor[11].position = kNan; }},
       {RecordFate::kBadValue, [](Record& r) { r.motors.motor[0].torque = kInfinity; }},
       {RecordFate::kBadValue, [](Record& r) { r.motors.motor[3].velocity = kNan; }},

@@ -255,9 +255,20 @@ TEST_F(ServiceOnHost, ClientsAreMadePerDeviceId) {
             "high level sdk must have deviceId,please use discover scan device info\n"
             "high level sdk must have deviceId,please use discover scan device info\n");
   EXPECT_TRUE(first != nullptr && second != nullptr && first != second);
+}
+
+TEST_F(ServiceOnHost, LowLevelClientsAreMadeAsManyAsAskedFor) {
+  scripted::CapturedLog before;
   EXPECT_EQ(IMotionLowLevelClient::create(), nullptr);
-  EXPECT_EQ(log->take(),
+  EXPECT_EQ(before.take(),
             (Lines{{4, "native low level control only supported on local board deployment\n"}}));
+
+  ASSERT_TRUE(start());
+  log->take();
+  const auto first = IMotionLowLevelClient::create();
+  const auto second = IMotionLowLevelClient::create();
+  EXPECT_TRUE(first != nullptr && second != nullptr && first != second);
+  EXPECT_EQ(log->take(), Lines{});
 }
 
 // --- threads and callbacks ---
@@ -286,7 +297,7 @@ TEST_F(ServiceOnHost, ALoggerCallbackThatCallsTheSdkOrThrowsHarmsNothing) {
     ++calls;
     EXPECT_FALSE(service->initial(nullptr, "inner", 0));
     EXPECT_FALSE(service->discoverRobotDevice(1));
-    EXPECT_EQ(IMotionLowLevelClient::create(), nullptr);
+    static_cast<void>(IMotionLowLevelClient::create());
     service->shutdown();
     throw std::runtime_error("from the application");
   });

@@ -19,10 +19,16 @@ class IMediaBusClient;  // not available in this build: createMediaBusClient alw
 /// lease less the time between two renewals (a third of the lease, 500 ms below 1500 ms, or as
 /// configured) less 200 ms. It may call every operation of the client; disconnect doesn't wait
 /// there.
+///
+/// On an external host: told of every change, 0 and 1 included, and of each setSessionFlag; (0, 1)
+/// when connect failed. Runs on the thread that made the call, before the call returns, and may
+/// call every operation. The end of the client isn't told.
 using LowLevelStateCallback = std::function<void(std::uint32_t state, std::uint32_t lastError)>;
 
-/// One robot, commanded motor by motor: the loop of a control engineer. Available on the robot's
-/// board.
+/// One robot, commanded motor by motor: the loop of a control engineer. On the robot's board, under
+/// a session with the robot's motion process; on an external host against a simulator, over DDS
+/// topics, without a session or a server: "connected" there says nothing of who listens.
+/// docs/low-level.md has the environment variables of the latter, and all differences.
 ///
 /// State, as getState() gives it: 0 disconnected; 1 connecting; 2 connected, the motors' drive off;
 /// 3 prepared, motor commands are taken; 4 the session was lost and another one is being taken.
@@ -38,11 +44,15 @@ using LowLevelStateCallback = std::function<void(std::uint32_t state, std::uint3
 ///   9 a motor command while the drive is off (state 2)
 ///  10 invalid argument
 ///  11 the role of motion master was refused
+/// On an external host: 1 the DDS topics couldn't be opened; 7 reading or writing them failed
+/// (standard error has the reason); 8 wrong state; 9 a motor command in any state but 3; 10. A
+/// requireObserved that saw nothing in time leaves no code.
 ///
 /// Threads: every operation may be called from any thread. publishMotorAction, publishMaxTorque and
 /// requireObserved are made for one control thread: while one of them runs, another thread's call
 /// of any of them is refused with error 8 rather than made to wait. requireSensor runs beside them.
-/// Refusals of these are logged too, once a second at the most.
+/// Refusals of these are logged too, once a second at the most. On an external host all operations
+/// run beside each other.
 ///
 /// A record that these send belongs to the session in which the call began; the robot carries out
 /// none of a session that has ended.
@@ -52,6 +62,7 @@ class ORVANE_API IMotionLowLevelClient {
   /// and what it has under way: a request to a dead server for up to 10 s, the state callback for
   /// as long as that takes. From inside any callback of the application, the logger's and those of
   /// other clients included, it returns at once, and the worker ends by itself.
+  /// On an external host it takes some milliseconds; a requireObserved that waits returns false.
   virtual bool disconnect() = 0;
   /// 0 to 4, see above. Never waits.
   virtual std::uint32_t getState() = 0;
@@ -64,7 +75,8 @@ class ORVANE_API IMotionLowLevelClient {
   /// On an external host at once; error 8 below state 2.
   virtual bool setSessionFlag(bool enable) = 0;
   /// Stops all motors. Needs state 3, else error 8; error 7 when the robot refused or didn't answer
-  /// within `timeoutMs` milliseconds.
+  /// within `timeoutMs` milliseconds. On an external host: has twelve motors damp, once; a loop
+  /// that goes on publishing undoes it. Error 8 when that couldn't be written.
   virtual bool emergencyStop(std::uint32_t timeoutMs) = 0;
   /// Replaces who is told of changes of state; at any time; an empty one: nobody. The former
   /// callback may be running still when this returns; after a disconnect that waited none is.
@@ -79,6 +91,8 @@ class ORVANE_API IMotionLowLevelClient {
   /// milliseconds (0: 60000); the robot may grant other figures. Returns at once; the worker takes
   /// the session, keeps it, and takes another one when it is lost, all told through the state
   /// callback. True, and nothing changes, unless the state is 0. Error 1 when there is no server.
+  /// On an external host the arguments have no meaning; the DDS topics are open (state 2) when it
+  /// returns, some milliseconds later.
   virtual bool connect(std::uint32_t observedHz, std::uint32_t leaseTimeoutMs) = 0;
   /// Which motors the robot has; in any state, once connect has succeeded. Asked for once, at most
   /// `timeoutMs` milliseconds, then answered from a copy. Error 10: `out` is null.
@@ -93,12 +107,16 @@ class ORVANE_API IMotionLowLevelClient {
   /// microseconds and sleeps from then on, 0.1 ms at a time. Error 10: `out` is null; 8: wrong
   /// state or busy, or the session ended meanwhile; 7: none came. After a failure `out` may hold
   /// anything. A time of more than 4294967 ms is taken modulo 2^32 microseconds.
+  /// On an external host nothing is asked for: gives the newest sample unless a call has given it
+  /// already, else waits for one. Samples are looked for once a millisecond; `out` changes only
+  /// with success.
   virtual bool requireObserved(ObservedMotionRecord* out, std::uint32_t timeoutMs) = 0;
   /// Commands motorNum (1 to 16) motors. Needs state 3 (error 9 in state 2, else 8); error 10 for
   /// another count or a null `record`. `trailer` may be null, and is ignored on an external host.
   /// The error code stays as it was when the record couldn't be written, since the robot's process
   /// left none of the channel's chunks free for 6 ms; otherwise it never waits: no mutex, no
-  /// allocation, no system call unless the robot's process sleeps.
+  /// allocation, no system call unless the robot's process sleeps. On an external host error 9 in
+  /// every state but 3; takes a mutex for the length of a copy and writes one DDS sample.
   virtual bool publishMotorAction(const LowLevelMotorRecord* record,
                                   const LowLevelTrailer* trailer) = 0;
   /// Sets the largest torques, taken from the `torque` of each entry; conditions and errors as for
@@ -109,7 +127,8 @@ class ORVANE_API IMotionLowLevelClient {
 
   /// The low-level client for this deployment; IMotionSdkService::initial comes first. On the
   /// robot's board: the process's one client, which lives as long as the application holds it (the
-  /// release of the last reference disconnects it). Empty, with a log line at level 4, elsewhere.
+  /// release of the last reference disconnects it). On an external host: a new one per call, which
+  /// outlives shutdown of the service. Empty, with a log line at level 4, before initial.
   static std::shared_ptr<IMotionLowLevelClient> create();
 };
 

@@ -107,6 +107,36 @@ struct ObservedMotor {
   std::uint16_t jointNo;  ///< joint: 0 hip, 1 thigh, 2 calf
 };
 
+/// The hand-held remote control, as it last was. 52 bytes; all zero when `included` is 0. Buttons
+/// are 1 while they are pressed. Filled by the low-level client on an external host only.
+struct ObservedRemoteControl {
+  std::uint8_t included;  ///< 1: a sample came within ORVANE_MOTION_TRC_STALE_MS
+  std::uint8_t reserved[3];
+  std::uint64_t controller;  ///< which remote control, as it names itself
+  std::uint8_t back;
+  std::uint8_t start;
+  std::uint8_t lb;  ///< left shoulder
+  std::uint8_t rb;  ///< right shoulder
+  std::uint8_t f1;
+  std::uint8_t f2;
+  std::uint8_t a;
+  std::uint8_t b;
+  std::uint8_t x;
+  std::uint8_t y;
+  std::uint8_t up;
+  std::uint8_t down;
+  std::uint8_t left;
+  std::uint8_t right;
+  std::uint8_t ls;  ///< left stick, pressed
+  std::uint8_t rs;  ///< right stick, pressed
+  float stickLX;    ///< sticks: -1 to 1
+  float stickLY;
+  float stickRX;
+  float stickRY;
+  float triggerL;  ///< triggers: 0 to 1
+  float triggerR;
+};
+
 /// Observed motion: joints, inertial unit, power. 712 bytes. On an external host the library builds
 /// it as said below; on the robot's board it is the motion process's own, byte for byte.
 struct ObservedMotionRecord {
@@ -116,7 +146,7 @@ struct ObservedMotionRecord {
   /// As the robot sent it, but never below 0. May exceed 16; motor[] holds 16 at most.
   std::int32_t motorNum;
   ObservedImu imu;
-  std::uint8_t reserved80[52];  ///< 0 in records of the high-level client
+  ObservedRemoteControl remoteControl;  ///< all zero in records of the high-level client
   ObservedPower power;
   ObservedMotor motor[kMaxMotors];  ///< entries that the robot didn't fill are zero
 };
@@ -165,11 +195,18 @@ static_assert(sizeof(MotorLayoutEntry) == 32 && sizeof(MotorLayout) == 516);
 static_assert(sizeof(LowLevelMotor) == 24 && sizeof(LowLevelMotorRecord) == 388);
 static_assert(sizeof(LowLevelTrailer) == 48);
 static_assert(sizeof(ObservedPower) == 20 && sizeof(ObservedMotor) == 35);
+static_assert(sizeof(ObservedRemoteControl) == 52);
+static_assert(offsetof(ObservedRemoteControl, controller) == 4);
+static_assert(offsetof(ObservedRemoteControl, back) == 12);
+static_assert(offsetof(ObservedRemoteControl, rs) == 27);
+static_assert(offsetof(ObservedRemoteControl, stickLX) == 28);
+static_assert(offsetof(ObservedRemoteControl, triggerR) == 48);
 static_assert(sizeof(ObservedMotionRecord) == 712);
 static_assert(offsetof(ObservedMotionRecord, motorNum) == 3);
 static_assert(offsetof(ObservedMotionRecord, imu) == 7);
 static_assert(offsetof(ObservedMotionRecord, imu.gyro) == 24);
 static_assert(offsetof(ObservedMotionRecord, imu.quaternion) == 63);
+static_assert(offsetof(ObservedMotionRecord, remoteControl) == 80);
 static_assert(offsetof(ObservedMotionRecord, power) == 132);
 static_assert(offsetof(ObservedMotionRecord, motor) == 152);
 static_assert(sizeof(ObservedSensorRecord) == 76);

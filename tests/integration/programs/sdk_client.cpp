@@ -204,6 +204,27 @@ bool commandJointsUntilTerminated() {
   return ended;
 }
 
+/// Holds the joints of the simulated robot where they are.
+bool holdJointsUntilTerminated() {
+  if (!startService()) return false;
+  const auto client = orvane::RobotSdk::IMotionLowLevelClient::create();
+  orvane::RobotSdk::ObservedMotionRecord seen{};
+  if (!client || !client->connect(500, 0) || !client->setSessionFlag(true) ||
+      !client->requireObserved(&seen, kRequestMs)) {
+    return false;
+  }
+  orvane::RobotSdk::LowLevelMotorRecord command{};
+  for (; command.motorNum < 12; ++command.motorNum) {
+    const auto motor = seen.motor[command.motorNum];
+    command.motor[command.motorNum] = {motor.position, 0, 100, 5, 0, motor.limbsNo, motor.jointNo};
+  }
+  say("commanding");
+  while (!terminatedWithin(2)) {
+    if (!client->publishMotorAction(&command, nullptr)) return false;
+  }
+  return client->disconnect();
+}
+
 std::size_t entriesOf(const char* path) {
   std::size_t count = 0;
   if (DIR* directory = opendir(path)) {
@@ -266,6 +287,7 @@ constexpr Scenario kScenarios[] = {
     {"walk", walkUntilTerminated},
     {"observe", observeUntilTerminated},
     {"joints", commandJointsUntilTerminated},
+    {"hold", holdJointsUntilTerminated},
     {"clients", connectAndDisconnectOften},
     {"services", startAndShutDownOften},
 };

@@ -50,7 +50,10 @@ class History {
 /// Whether lost samples are sent again.
 class Reliability {
  public:
-  static Reliability BestEffort() { return {ReliabilityKind::BEST_EFFORT, Duration::zero()}; }
+  /// `maxBlocking` has no effect: nothing is waited for.
+  static Reliability BestEffort(Duration maxBlocking = Duration::zero()) {
+    return {ReliabilityKind::BEST_EFFORT, maxBlocking};
+  }
   /// `maxBlocking`: how long a write may wait for room.
   static Reliability Reliable(Duration maxBlocking = Duration::from_millisecs(100)) {
     return {ReliabilityKind::RELIABLE, maxBlocking};
