@@ -37,7 +37,7 @@ build: build/dev/build.ninja
 	$(call CMAKE_BUILD,dev)
 
 demo: build/dev/build.ninja
-	$(call CMAKE_BUILD,dev) --target virtual-robot walk_square
+	$(call CMAKE_BUILD,dev) --target virtual-robot walk_square joint_trace
 	@examples/run-demo build/dev
 
 demo-board: build/dev/build.ninja

@@ -17,14 +17,11 @@ constexpr const char* kAnswersName = "/bench.futex.answers";
 }  // namespace
 
 void stamp(ObservedMotionRecord& record, std::int64_t ns) noexcept {
-  static_assert(sizeof record.reserved80 >= sizeof ns);
-  std::memcpy(record.reserved80, &ns, sizeof ns);
+  record.remoteControl.controller = static_cast<std::uint64_t>(ns);
 }
 
 std::int64_t stampOf(const ObservedMotionRecord& record) noexcept {
-  std::int64_t ns = 0;
-  std::memcpy(&ns, record.reserved80, sizeof ns);
-  return ns;
+  return static_cast<std::int64_t>(record.remoteControl.controller);
 }
 
 Json::Value AskingWriterRole::handle(const Json::Value& command) {
