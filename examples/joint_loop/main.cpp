@@ -60,7 +60,7 @@ class StateWatch {
 class Stroke {
  public:
   explicit Stroke(const ObservedMotionRecord& start)
-      : joints_(static_cast<std::uint32_t>(std::clamp(start.motorNum, 0, 16))) {
+      : joints_(static_cast<std::uint32_t>(std::clamp(+start.motorNum, 0, 16))) {
     for (std::uint32_t i = 0; i < joints_; ++i) start_[i] = start.motor[i];
   }
   [[nodiscard]] LowLevelMotorRecord at(double seconds) const {

@@ -21,7 +21,8 @@ double shareOf(std::uint16_t joint) {
 }  // namespace
 
 Motion::Motion(const ObservedMotionRecord& start)
-    : joints_(static_cast<std::uint32_t>(std::clamp<std::int32_t>(start.motorNum, 0, kMaxMotors))) {
+    : joints_(
+          static_cast<std::uint32_t>(std::clamp<std::int32_t>(+start.motorNum, 0, kMaxMotors))) {
   for (std::uint32_t i = 0; i < joints_; ++i) start_[i] = start.motor[i];
 }
 

@@ -56,7 +56,9 @@ bool read(int argc, char** argv, Options& options) {
     } else if (name == "--output") {
       options.output = value;
     } else if (name == "--seconds") {
-      options.seconds = std::atof(value.c_str());
+      char* end = nullptr;
+      options.seconds = std::strtod(value.c_str(), &end);
+      if (value.empty() || *end != '\0') return false;
     } else {
       return false;
     }
@@ -86,7 +88,7 @@ void note(std::vector<Curve>& curves, double seconds, const LowLevelMotorRecord&
 /// The largest way that any joint has come from its start, rad.
 double movedBy(const ObservedMotionRecord& start, const ObservedMotionRecord& seen) {
   double most = 0;
-  for (std::int32_t i = 0; i < std::min<std::int32_t>(start.motorNum, kMaxMotors); ++i) {
+  for (std::int32_t i = 0; i < std::min<std::int32_t>(+start.motorNum, kMaxMotors); ++i) {
     most = std::max(most, std::fabs(double{seen.motor[i].position} - start.motor[i].position));
   }
   return most;

@@ -5,6 +5,8 @@
 #include "dds_support.h"
 #include "pbase/CSemaphore.h"
 #include "pbase/CTime.h"
+#include "pbase/VirtualClock.h"
+#include "pdbus/DomainMember.h"
 #include "pdbus/IDDSSubcriber.h"
 #include "pdbus/IEventBus.h"
 #include "pdbus/RPC.h"
@@ -25,6 +27,11 @@ Json::Value fullDocument() {
     "eventBus": [{"topics": 16, "withService": true, "withClient": true,
                   "workers": {"count": 2, "task": 16}, "server": "robotServer", "domain": "host"}]})");
 }
+
+/// A profile that no domain can be made with.
+const std::string kMissingInterface =
+    "<CycloneDDS><Domain Id=\"any\"><General><Interfaces><NetworkInterface name=\"eth99\" "
+    "presence_required=\"true\"/></Interfaces></General></Domain></CycloneDDS>";
 
 DDSContext& contextOf(const std::shared_ptr<IDDSFactory>& factory) {
   return dynamic_cast<DDSContext&>(*factory);
@@ -93,7 +100,11 @@ TEST(Factory, DomainsAreSharedAndThoseOfOthersLeftAlone) {
     first->shutdown();
     EXPECT_EQ(others.domain_id(), kDomain);
     EXPECT_EQ(log.with("still in use by others").size(), 1U) << log.all();
+    ASSERT_TRUE(first->initial(domainDocument("host", kMissingInterface)));
+    EXPECT_EQ(log.with("isn't applied").size(), 1U) << log.all();
+    first->shutdown();
   }
+  EXPECT_FALSE(first->initial(domainDocument("host", kMissingInterface))) << "others have gone";
   ASSERT_TRUE(first->initial(domainDocument()));
   first->shutdown();
   EXPECT_FALSE(domainExists(kDomain));
@@ -102,6 +113,67 @@ TEST(Factory, DomainsAreSharedAndThoseOfOthersLeftAlone) {
   ASSERT_TRUE(first->initial(domainDocument()));
   first->shutdown();
   EXPECT_EQ(others.domain_id(), kDomain);
+}
+
+TEST(Factory, ComparesTheSettingsThatAFileHasNow) {
+  const std::string path = "/tmp/dds_profile_" + std::to_string(getpid());
+  const auto first = IDDSFactory::create();
+  const auto second = IDDSFactory::create();
+  std::ofstream(path) << "<CycloneDDS/>";
+  const LogWatch log;
+  ASSERT_TRUE(first->initial(domainDocument("host", path)));
+  ASSERT_TRUE(second->initial(domainDocument("host", "<CycloneDDS/>")));
+  EXPECT_EQ(log.with("isn't applied").size(), 0U) << log.all();
+  second->shutdown();
+  std::ofstream(path) << kMissingInterface;
+  ASSERT_TRUE(second->initial(domainDocument("host", path)));
+  EXPECT_EQ(log.with("isn't applied").size(), 1U) << log.all();
+  second->shutdown();
+  first->shutdown();
+  EXPECT_FALSE(first->initial(domainDocument("host", path)));
+  unlink(path.c_str());
+}
+
+TEST(Factory, SharesItsDomainWithMembers) {
+  Pexal::PBase::VirtualClock clock;
+  const auto factory = IDDSFactory::create();
+  const LogWatch log;
+  {
+    DomainMember member(kDomain, std::nullopt);
+    std::uint64_t begun = CTime::getCurrentMilliSecond();
+    ASSERT_TRUE(factory->initial(domainDocument("host", kMissingInterface)));
+    EXPECT_EQ(CTime::getCurrentMilliSecond(), begun) << "it waits for one that stays";
+    EXPECT_EQ(log.with("isn't applied").size(), 1U) << log.all();
+    factory->shutdown();
+    EXPECT_EQ(member.participant().domain_id(), kDomain) << "the factory has taken it along";
+    EXPECT_EQ(log.with("in use by others").size(), 0U) << log.all();
+
+    member.announceEnd();
+    begun = CTime::getCurrentMilliSecond();
+    ASSERT_TRUE(factory->initial(domainDocument("host", kMissingInterface)));
+    EXPECT_EQ(CTime::getCurrentMilliSecond() - begun, 3000U) << "it doesn't wait for ever";
+    EXPECT_EQ(log.with("isn't applied").size(), 2U) << log.all();
+    const DomainMember asItIs(kDomain, std::nullopt);
+    EXPECT_EQ(log.with("isn't applied").size(), 2U) << log.all();
+    factory->shutdown();
+  }
+  EXPECT_FALSE(domainExists(kDomain));
+}
+
+TEST(Factory, MembersComeAndGoBesideItsStartsAndShutdowns) {
+  std::atomic<bool> over{false};
+  const auto starting = startThread([&] {
+    const auto factory = IDDSFactory::create();
+    while (!over) {
+      EXPECT_TRUE(factory->initial(domainDocument()));
+      factory->shutdown();
+    }
+  });
+  for (int i = 0; i < 50; ++i) {
+    const DomainMember member(kDomain, "");
+    EXPECT_NO_THROW(dds::topic::Topic<Numbered>(member.participant(), "t")) << i;
+  }
+  over = true;
 }
 
 TEST(Factory, ReadsProfilesFromFilesAndText) {
@@ -126,10 +198,7 @@ TEST(Factory, SaysWhyADomainCannotBeJoinedAndUndoesTheRest) {
                 {"/tmp", "can't read the dds profile /tmp"},
                 {"<CycloneDDS><Domain><Nonsense>1</Nonsense></Domain></CycloneDDS>",
                  "Nonsense: unknown element"},
-                {"<CycloneDDS><Domain Id=\"any\"><General><Interfaces><NetworkInterface "
-                 "name=\"eth99\" presence_required=\"true\"/></Interfaces></General></Domain>"
-                 "</CycloneDDS>",
-                 "eth99: does not match an available interface"}};
+                {kMissingInterface, "eth99: does not match an available interface"}};
   for (const auto& row : kCases) {
     auto document = domainDocument("good", "", 41);
     document["domain"].append(domainDocument("bad", row.url)["domain"][0]);

@@ -12,6 +12,7 @@
 namespace orvane::robot {
 namespace {
 
+using Pexal::PBase::CThread;
 using Pexal::PBase::CTime;
 
 constexpr std::uint64_t kPeriodUs = GamepadTopic::kPeriodMs * 1000ULL;
@@ -28,12 +29,13 @@ GamepadTopic::GamepadTopic(const dds::domain::DomainParticipant& participant,
               qos),
       thread_("robot:gamepad", 0, 0, 0, [this] { run(); }) {}
 
-GamepadTopic::~GamepadTopic() {
+void GamepadTopic::stop() {
   {
     const std::lock_guard lock(mutex_);
     stopping_ = true;
   }
   stopAsked_.notifyAll();
+  while (!thread_.isThreadOver()) CThread::sleep(1);
 }
 
 void GamepadTopic::run() {

@@ -27,13 +27,16 @@ class GamepadTopic {
   GamepadTopic(const dds::domain::DomainParticipant& participant, const std::string& topic,
                const dds::pub::qos::DataWriterQos& qos, std::unique_ptr<PadSource> source,
                std::shared_ptr<Voice> voice);
-  /// Returns when the thread has ended, within milliseconds.
-  ~GamepadTopic();
+  /// Stops. The writer goes now unless its participant is closed already: up to a second while a
+  /// client that reads reliably stands still.
+  ~GamepadTopic() { stop(); }
   GamepadTopic(const GamepadTopic&) = delete;
   GamepadTopic& operator=(const GamepadTopic&) = delete;
 
   /// False: no thread could be had.
   [[nodiscard]] bool start() { return thread_.createThread(); }
+  /// Shows nothing any more; returns when the thread has ended, within milliseconds.
+  void stop();
 
  private:
   void run();

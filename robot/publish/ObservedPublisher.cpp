@@ -1,6 +1,7 @@
 #include "publish/ObservedPublisher.h"
 
 #include <cstdint>
+#include <exception>
 #include <utility>
 #include <vector>
 
@@ -46,8 +47,16 @@ ObservedPublisher::ObservedPublisher(const dds::domain::DomainParticipant& parti
 void ObservedPublisher::writeMotion(const BodyState& body, bool spoilt) {
   fill(motionSample_, body, CTime::getCurrentMicroSecond());
   if (spoilt) spoil(motionSample_, nextTurn());
-  motionWriter_.write(motionSample_);
-  if (!clientsWriter_.is_nil()) clientsWriter_.write(motionSample_);
+  std::exception_ptr failure;
+  for (auto* const writer : {&motionWriter_, &clientsWriter_}) {
+    if (writer->is_nil()) continue;
+    try {
+      writer->write(motionSample_);
+    } catch (const std::exception&) {  // the others get the sample all the same
+      failure = std::current_exception();
+    }
+  }
+  if (failure) std::rethrow_exception(failure);
 }
 
 void ObservedPublisher::writeSensors(const BodyState& body, bool spoilt) {

@@ -114,7 +114,7 @@ bool HostSide::openMotors(std::string& error) {
 }
 
 void HostSide::closeMotors() {
-  gamepad_.reset();
+  if (gamepad_ != nullptr) gamepad_->stop();
   commands_.reset();
 }
 

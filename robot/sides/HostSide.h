@@ -37,7 +37,7 @@ class HostSide final : public Side {
   const SimulationSettings simulation_;
   dds::domain::DomainParticipant clients_ = dds::core::null;  // where low-level clients are
   std::unique_ptr<CommandTopic> commands_;
-  std::unique_ptr<GamepadTopic> gamepad_;
+  std::unique_ptr<GamepadTopic> gamepad_;  // its writer goes with the others, see Side::close
 };
 
 }  // namespace orvane::robot

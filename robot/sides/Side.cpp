@@ -97,8 +97,10 @@ void Side::close() {
   if (factory_ == nullptr) return;
   endRequests();
   if (events_ != nullptr) events_->stop();
-  publisher_.reset();
+  // Takes the writers with it, all side by side: each may wait a second for a client that reads
+  // reliably and stands still.
   factory_->shutdown();
+  publisher_.reset();
   events_.reset();
   factory_.reset();
 }

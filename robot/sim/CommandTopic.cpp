@@ -1,7 +1,8 @@
 #include "sim/CommandTopic.h"
 
+#include <cstdint>
 #include <exception>
-#include <string>
+#include <span>
 #include <utility>
 
 #include "pbase/ILogger.h"
@@ -13,15 +14,14 @@ using Pexal::PBase::CThread;
 
 namespace policy = dds::core::policy;
 
-/// All writers share one history: with fewer places one that floods the topic would displace the
-/// commands of the one that is listened to.
-constexpr std::int32_t kHistory = 64;
 constexpr std::uint32_t kAfterFailureMs = 1000;
 
-dds::sub::qos::DataReaderQos readerQos(bool reliable) {
+/// All writers share one history: with few `places` one that floods the topic would displace the
+/// commands of the one that is listened to.
+dds::sub::qos::DataReaderQos readerQos(bool reliable, std::int32_t places) {
   dds::sub::qos::DataReaderQos qos;
   qos << (reliable ? policy::Reliability::Reliable() : policy::Reliability::BestEffort())
-      << policy::History::KeepLast(kHistory) << policy::Durability::Volatile();
+      << policy::History::KeepLast(places) << policy::Durability::Volatile();
   return qos;
 }
 
@@ -33,7 +33,7 @@ CommandTopic::CommandTopic(const dds::domain::DomainParticipant& participant,
     : core_(std::move(core)),
       voice_(std::move(voice)),
       reader_(dds::sub::Subscriber(participant), dds::topic::Topic<Sample>(participant, topic),
-              readerQos(reliable)),
+              readerQos(reliable, kMostAtOnce)),
       thread_("robot:commands", 0, 0, 0, [this] { run(); }) {
   waitSet_ += dds::sub::cond::ReadCondition(reader_);
   waitSet_ += stopAsked_;
@@ -53,7 +53,7 @@ void CommandTopic::run() {
   while (!stopping_) {
     try {
       wait();
-      takeAll();
+      carryOut(receive());
     } catch (const std::exception& failure) {
       if (stopping_) return;
       Pexal::ILogger::instance()->log(3, "VirtualRobot", "motor commands not read: %s\n",
@@ -68,13 +68,27 @@ void CommandTopic::wait() {
   waitSet_.wait(woken_, dds::core::Duration(1, 0));
 }
 
-void CommandTopic::takeAll() {
+std::size_t CommandTopic::receive() {
+  std::size_t count = 0;
   dds::sub::SampleInfo info;
-  while (!stopping_ && reader_.take_into(&sample_, info)) {
+  for (std::size_t taken = 0; taken < kMostAtOnce; ++taken) {
+    Received& next = received_[count];
+    if (!reader_.take_into(&next.sample, info)) break;
     if (!info.valid() || voice_->isSilent()) continue;
-    const RecordFate fate = core_->access().take(sample_, info.publication_handle());
-    refusals_.note(fate, sample_.timestamp);
+    next.writer = info.publication_handle();
+    ++count;
   }
+  return count;
+}
+
+void CommandTopic::carryOut(std::size_t count) {
+  if (count == 0) return;
+  const std::span received(received_.data(), count);
+  {
+    RobotCore::Access robot = core_->access();
+    for (Received& command : received) command.fate = robot.take(command.sample, command.writer);
+  }
+  for (const Received& command : received) refusals_.note(command.fate, command.sample.timestamp);
 }
 
 }  // namespace orvane::robot

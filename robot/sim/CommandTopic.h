@@ -1,8 +1,12 @@
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <dds/dds.hpp>
 #include <memory>
+#include <string>
 
 #include "RobotCore.h"
 #include "faults/Voice.h"
@@ -15,9 +19,11 @@ namespace orvane::robot {
 /// Takes the motor commands of low-level clients on other machines from their topic, as they come.
 ///
 /// Threading contract: made, started and destroyed on the owner's thread. The thread
-/// "robot:commands" waits for samples inside DDS, takes the robot mutex for each and holds nothing
-/// else; it sleeps while none come, and allocates only to log a refusal, at most once a second. A
-/// silent robot takes samples and forgets them.
+/// "robot:commands" waits for samples inside DDS and sleeps while none come. It takes them out of
+/// DDS first and then the robot mutex, once for at most kMostAtOnce of them, and holds nothing
+/// else: however fast they come, the control loop and requests get their turn. It allocates to log
+/// a refusal, at most once a second, and where a client gets or loses the motors, for the event
+/// that tells of the new posture. A silent robot takes samples and forgets them.
 class CommandTopic {
  public:
   /// `reliable`: hears clients only that write reliably. Throws dds::core::Exception.
@@ -34,9 +40,20 @@ class CommandTopic {
  private:
   using Sample = orvane::msg::dds_::MotionCtrl_;
 
+  /// As many as wait in the reader at most.
+  static constexpr std::size_t kMostAtOnce = 64;
+
+  struct Received {
+    Sample sample;
+    std::uint64_t writer;
+    RecordFate fate;
+  };
+
   void run();
   void wait();
-  void takeAll();
+  /// Takes what is there into received_; returns how many of them the robot hears.
+  [[nodiscard]] std::size_t receive();
+  void carryOut(std::size_t count);
 
   const std::shared_ptr<RobotCore> core_;
   const std::shared_ptr<Voice> voice_;
@@ -46,7 +63,7 @@ class CommandTopic {
   dds::core::cond::WaitSet waitSet_;
   // The thread's own.
   dds::core::cond::ConditionSeq woken_;
-  Sample sample_{};
+  std::array<Received, kMostAtOnce> received_{};
   RefusalLog refusals_{"motor command from another machine at"};
   Pexal::PBase::CThreadLite thread_;
 };

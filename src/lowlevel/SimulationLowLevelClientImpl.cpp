@@ -46,10 +46,7 @@ bool SimulationLowLevelClientImpl::setSessionFlag(bool enable) {
 
 bool SimulationLowLevelClientImpl::emergencyStop(std::uint32_t) {
   const auto stop = [this] {
-    if (impl_->state() == lowlevel::kPrepared && impl_->write(lowlevel::dampingSample())) {
-      return true;
-    }
-    return impl_->fail(error::kWrongState);
+    return impl_->write(lowlevel::dampingSample()) || impl_->fail(error::kWrongState);
   };
   return guarded("emergencyStop", stop, false);
 }

@@ -14,6 +14,8 @@ namespace orvane::RobotSdk {
 /// state callback, so each operation that calls it holds Impl on its own.
 class SimulationLowLevelClientImpl final : public IMotionLowLevelClient {
  public:
+  class Impl;
+
   /// Reads the environment.
   SimulationLowLevelClientImpl();
   /// Disconnects, and tells nobody.
@@ -38,7 +40,6 @@ class SimulationLowLevelClientImpl final : public IMotionLowLevelClient {
   bool publishMaxTorque(const LowLevelMotorRecord* record) override;
 
  private:
-  class Impl;
   const std::shared_ptr<Impl> impl_;
 };
 

@@ -1,5 +1,9 @@
 #include "lowlevel/SimulationLowLevelImpl.h"
 
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <mutex>
 #include <utility>
@@ -27,19 +31,31 @@ namespace error = lowlevel::error;
 constexpr std::uint32_t kReceivePauseMs = 1;
 constexpr std::uint64_t kUsPerMs = 1000;
 constexpr std::uint64_t kComplaintPauseMs = 1000;
+/// Of one topic, before the other one has its turn.
+constexpr std::int32_t kSamplesPerPass = 64;
 
-void complain(const char* what, const std::exception& reason) {
-  static_cast<void>(
-      std::fprintf(stderr, "SimulationLowLevelClientImpl %s failed: %s\n", what, reason.what()));
+/// Nobody may read the pipe behind standard error: a thread that writes to a full one waits for
+/// good, and who joins that thread with it.
+bool canPrint() {
+  pollfd output{STDERR_FILENO, POLLOUT, 0};
+  return ::poll(&output, 1, 0) == 1 && output.revents == POLLOUT;  // broken: POLLERR beside it
 }
 
 }  // namespace
 
 void lowlevel::Complaint::tell(const std::exception& reason) {
   const std::uint64_t now = CTime::getCurrentMilliSecond();
-  std::uint64_t last = lastMs_.load();
-  if (now - last < kComplaintPauseMs || !lastMs_.compare_exchange_strong(last, now)) return;
-  complain(what_, reason);
+  std::uint64_t due = dueMs_.load();
+  if (now < due || !dueMs_.compare_exchange_strong(due, now + kComplaintPauseMs) || !canPrint()) {
+    ++leftOut_;
+    return;
+  }
+  static_cast<void>(
+      std::fprintf(stderr, "SimulationLowLevelClientImpl %s failed: %s\n", what_, reason.what()));
+  if (const std::uint32_t count = leftOut_.exchange(0); count > 0) {
+    static_cast<void>(
+        std::fprintf(stderr, "SimulationLowLevelClientImpl %s: %u more before\n", what_, count));
+  }
 }
 
 // --- connect and disconnect ---
@@ -75,6 +91,7 @@ bool SimulationLowLevelClientImpl::Impl::connect() {
 }
 
 bool SimulationLowLevelClientImpl::Impl::open() {
+  for (auto* const failure : {&openFailure_, &readFailure_, &writeFailure_}) failure->beginAnew();
   try {
     const auto transport = SimulationTransport::open(settings_);
     {
@@ -86,7 +103,7 @@ bool SimulationLowLevelClientImpl::Impl::open() {
                                             [this, transport] { receive(*transport); });
     if (thread_->createThread()) return true;
   } catch (const std::exception& failure) {
-    complain("open transport", failure);
+    openFailure_.tell(failure);
   }
   close();
   return false;
@@ -185,7 +202,8 @@ void SimulationLowLevelClientImpl::Impl::receive(SimulationTransport& transport)
 void SimulationLowLevelClientImpl::Impl::takeObserved(SimulationTransport& transport) {
   MotionObserved_ sample{};
   dds::sub::SampleInfo info;
-  while (!stopping_ && transport.observed.take_into(&sample, info)) {
+  auto left = std::max(settings_.depth, kSamplesPerPass);
+  while (!stopping_ && left-- > 0 && transport.observed.take_into(&sample, info)) {
     if (!info.valid()) continue;
     {
       const Lock lock(mutex_);
@@ -199,7 +217,8 @@ void SimulationLowLevelClientImpl::Impl::takeObserved(SimulationTransport& trans
 void SimulationLowLevelClientImpl::Impl::takeRemoteControl(SimulationTransport& transport) {
   RemoteControl_ sample{};
   dds::sub::SampleInfo info;
-  while (!stopping_ && transport.remoteControl.take_into(&sample, info)) {
+  auto left = std::max(settings_.depth, kSamplesPerPass);
+  while (!stopping_ && left-- > 0 && transport.remoteControl.take_into(&sample, info)) {
     if (!info.valid()) continue;
     const Lock lock(mutex_);
     remoteControl_ = sample;
@@ -243,6 +262,8 @@ bool SimulationLowLevelClientImpl::Impl::write(const MotionCtrl_& sample) {
   std::shared_ptr<SimulationTransport> transport;
   {
     const Lock lock(mutex_);
+    // Once more: another thread may have changed it since mayCommand.
+    if (state_ != lowlevel::kPrepared) return fail(error::kDriveOff);
     transport = transport_;
   }
   if (transport == nullptr) return fail(error::kWrongState);

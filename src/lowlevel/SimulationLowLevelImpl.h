@@ -17,15 +17,18 @@ namespace orvane::RobotSdk {
 namespace lowlevel {
 
 /// A failure that may come back with every sample: told on standard error at once, then once a
-/// second at the most. Any thread.
+/// second at the most, with how many were left out. Any thread; never waits for who reads that.
 class Complaint {
  public:
   explicit Complaint(const char* what) : what_(what) {}
   void tell(const std::exception& reason);
+  /// The next one is told at once.
+  void beginAnew() { dueMs_ = 0; }
 
  private:
   const char* const what_;
-  std::atomic<std::uint64_t> lastMs_{0};
+  std::atomic<std::uint64_t> dueMs_{0};
+  std::atomic<std::uint32_t> leftOut_{0};
 };
 
 }  // namespace lowlevel
@@ -35,7 +38,8 @@ class Complaint {
 /// Threading contract: operations run on any thread. One thread per connection,
 /// "robotSdk:LLClientSim", takes the samples; it calls nothing of the application. The state
 /// callback runs on the thread whose call changes the state, with no lock held, so it may call
-/// every operation; calls of different threads may tell of their changes in another order.
+/// every operation; calls of different threads may tell of their changes in another order. A
+/// command is written with no lock held, to the connection that was prepared just before.
 ///
 /// Locks: lifecycleLock_, then mutex_. The first is held while DDS entities are opened and while
 /// the thread is joined, the second for copies only. requireObserved waits with mutex_; it ends
@@ -62,6 +66,7 @@ class SimulationLowLevelClientImpl::Impl {
   bool requireObserved(ObservedMotionRecord* out, std::uint32_t timeoutMs);
   /// Whether a motor command may go out; false, with the error code, when not.
   bool mayCommand(const LowLevelMotorRecord* record);
+  /// False, with the error code, when no motor command may go out any more, or it couldn't.
   bool write(const msg::dds_::MotionCtrl_& sample);
 
  private:
@@ -84,6 +89,7 @@ class SimulationLowLevelClientImpl::Impl {
   std::atomic<lowlevel::State> state_{lowlevel::kDisconnected};  // changes under mutex_
   std::atomic<std::uint32_t> lastError_{lowlevel::error::kNone};
   std::atomic<bool> stopping_{true};  // changes under mutex_; true: no connection
+  lowlevel::Complaint openFailure_{"open transport"};
   lowlevel::Complaint readFailure_{"read"};
   lowlevel::Complaint writeFailure_{"write control"};
 

@@ -1,8 +1,12 @@
 #include "lowlevel/SimulationTransport.h"
 
+#include <exception>
+#include <optional>
 #include <utility>
 
 #include "pbase/CThread.h"
+#include "service/HostProfile.h"
+#include "service/ServiceAccess.h"
 
 namespace orvane::RobotSdk::lowlevel {
 namespace {
@@ -12,6 +16,18 @@ using dds::core::policy::Reliability;
 using dds::core::policy::ReliabilityKind;
 using Pexal::PBase::CThread;
 using Pexal::PBase::CThreadLite;
+
+/// -1 is libddsc's word for "any domain".
+std::uint32_t checked(long domain) {
+  if (domain >= 0 && domain <= INT32_MAX) return static_cast<std::uint32_t>(domain);
+  throw dds::core::InvalidArgumentError("there is no dds domain " + std::to_string(domain));
+}
+
+std::optional<std::string> profileOf(std::uint32_t domain) {
+  const std::string interface = service::networkInterface();
+  if (interface.empty()) return std::nullopt;
+  return service::renderHostProfile(static_cast<std::int32_t>(domain), interface);
+}
 
 /// What a closing thread needs; it frees its own thread object at its end.
 struct Closing {
@@ -26,7 +42,7 @@ std::shared_ptr<SimulationTransport> SimulationTransport::open(const SimulationS
 }
 
 SimulationTransport::SimulationTransport(const SimulationSettings& settings)
-    : domain_(settings.domain) {
+    : domain_(checked(settings.domain), profileOf(checked(settings.domain))) {
   openControl(settings);
   observed = openReader<msg::dds_::MotionObserved_>(settings.observedTopic, settings.depth,
                                                     "ORVANE_MOTION_OBSERVED_RELIABILITY");
@@ -54,19 +70,26 @@ dds::sub::DataReader<T> SimulationTransport::openReader(const std::string& topic
   return {dds::sub::Subscriber(participant), dds::topic::Topic<T>(participant, topic), qos};
 }
 
-void SimulationTransport::close(SimulationTransport* transport) {
+void SimulationTransport::close(SimulationTransport* transport) noexcept {
   std::unique_ptr<SimulationTransport> closed(transport);
   if (!closed->mayLinger_) return;
-  const auto closing = std::make_shared<Closing>();
-  closing->transport = std::move(closed);
-  closing->thread = std::make_unique<CThreadLite>("robotSdk:LLClose", 0, 0, 0, [closing] {
-    {
-      const Pexal::PBase::ExternalWait lingering;
-      closing->transport.reset();
-    }
-    closing->thread.reset();
-  });
-  if (closing->thread->createThread()) return;
+  closed->domain_.announceEnd();
+  std::shared_ptr<Closing> closing;
+  try {
+    closing = std::make_shared<Closing>();
+    closing->transport = std::move(closed);
+    closing->thread = std::make_unique<CThreadLite>("robotSdk:LLClose", 0, 0, 0, [closing] {
+      {
+        const Pexal::PBase::ExternalWait lingering;
+        closing->transport.reset();
+      }
+      closing->thread.reset();
+    });
+    if (closing->thread->createThread()) return;
+  } catch (const std::exception&) {
+    // No memory for a thread: this one lingers.
+  }
+  if (closing == nullptr) return;
   closing->transport.reset();
   closing->thread.reset();
 }

@@ -2,6 +2,7 @@
 
 #include <netdb.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <string>
+#include <vector>
 
 #include "sdk_process.h"
 #include "sdk_robot.h"
@@ -60,6 +61,38 @@ TEST(WalkSquare, RefusesWrongOptions) {
     Process example({WALK_SQUARE, wrong});
     EXPECT_EQ(example.finish(kExitMs), 2) << wrong << example.output();
     EXPECT_NE(example.output().find(wrong), std::string::npos) << example.output();
+  }
+}
+
+TEST(JointTrace, LeavesTheRobotDampedAndFreeOnCtrlC) {
+  const LocalRobot robot("dog");
+  Process example({JOINT_TRACE, "--seconds", "600", "--output", testing::TempDir() + "no.svg"});
+  ASSERT_TRUE(robot.reaches(Posture::kLowLevel)) << example.output();
+  example.signal(SIGINT);
+  EXPECT_EQ(example.finish(kExitMs), 130) << example.output();
+  EXPECT_TRUE(waitUntil([&] {
+    const auto status = robot.status();
+    return status.posture == Posture::kDamped && !status.simulation.active;
+  }));
+}
+
+TEST(JointTrace, SaysWhatItCouldNotDo) {
+  struct Case {
+    std::vector<std::string> options;
+    int status;
+    const char* words;
+  };
+  const Case kCases[] = {{{}, 1, "joint_trace: could not see a robot: is a simulator running?"},
+                         {{"--interface", "nosuch0"}, 1, "joint_trace: could not "},
+                         {{"--motor", "FL_knee"}, 1, "could not find that motor: FL, FR, RL or RR"},
+                         {{"--seconds", "3x"}, 2, "joint_trace [--interface NAME]"},
+                         {{"--seconds", "nan"}, 2, "joint_trace [--interface NAME]"},
+                         {{"--motor"}, 2, "joint_trace [--interface NAME]"}};
+  for (Case row : kCases) {
+    row.options.insert(row.options.begin(), JOINT_TRACE);
+    Process example(row.options);
+    EXPECT_EQ(example.finish(kExitMs), row.status) << example.output();
+    EXPECT_NE(example.output().find(row.words), std::string::npos) << example.output();
   }
 }
 

@@ -16,7 +16,7 @@ inline orvane::RobotSdk::LowLevelMotorRecord strokeFrom(
     const orvane::RobotSdk::ObservedMotionRecord& start) {
   constexpr float kDirections[] = {0, 1, -1};
   orvane::RobotSdk::LowLevelMotorRecord command{};
-  command.motorNum = static_cast<std::uint32_t>(std::clamp<std::int32_t>(start.motorNum, 0, 12));
+  command.motorNum = static_cast<std::uint32_t>(std::clamp<std::int32_t>(+start.motorNum, 0, 12));
   for (std::uint32_t i = 0; i < command.motorNum; ++i) {
     const orvane::RobotSdk::ObservedMotor joint = start.motor[i];
     const float direction = joint.jointNo < 3 ? kDirections[joint.jointNo] : 0;

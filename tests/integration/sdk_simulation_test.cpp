@@ -7,14 +7,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <dds/dds.hpp>
+#include <fstream>
+#include <future>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "Environment.h"
 #include "msg/MotionTypes.h"
 #include "orvane/RobotSdk/IMotionLowLevelClient.h"
 #include "sdk_process.h"
@@ -24,10 +28,13 @@
 namespace sdk_test {
 namespace {
 
+using Command = orvane::msg::dds_::MotionCtrl_;
 using orvane::robot::RecordFate;
 using orvane::RobotSdk::IMotionLowLevelClient;
 using orvane::RobotSdk::LowLevelMotorRecord;
 using orvane::RobotSdk::ObservedMotionRecord;
+using orvane_test::Environment;
+using orvane_test::Variables;
 
 constexpr std::uint32_t kPrepared = 3;
 constexpr std::uint32_t kSilenceMs = 300;
@@ -119,7 +126,73 @@ TEST(ALowLevelClient, HasTheMotorsWhileItCommandsThemAndNobodyElseHas) {
   EXPECT_TRUE(third.until([&] { return robot.status().posture == Posture::kDamped; }));
 }
 
-TEST(ALowLevelClient, GoesOnWhenTheRobotIsKilledSilentOrRestarted) {
+TEST(ALowLevelClient, KeepsTheMotorsThroughARivalsFlood) {
+  const LocalRobot robot("VR-S");
+  const auto records = [&] { return robot.status().simulation.records; };
+  const Sdk sdk;
+  ASSERT_TRUE(sdk.initialised());
+  const Client high = connectTo("VR-S");
+  Joints joints;
+  ASSERT_TRUE(high.handle && joints.begin());
+  EXPECT_TRUE(joints.until([&] { return records().commands > 0; }));
+  std::atomic<bool> ends{false};
+  const auto flooding = std::async(std::launch::async, [&] {
+    const dds::domain::DomainParticipant participant(42);
+    dds::pub::DataWriter<Command> writer(dds::pub::Publisher(participant),
+                                         dds::topic::Topic<Command>(participant, "motion/control"));
+    while (!ends) writer.write({});
+  });
+  for (const float angle : {0.25F, 0.0F}) {
+    const std::uint64_t before = records().refused;
+    joints.lean(angle);
+    EXPECT_TRUE(
+        joints.until([&] { return records().refused > before + 20'000 && joints.leans(angle); }));
+    EXPECT_EQ(records().lastRefusal, RecordFate::kOtherWriter);
+    EXPECT_EQ(stateText(high, "posture"), "lowLevel");
+  }
+  ends = true;
+}
+
+TEST(ALowLevelClient, NeitherReachesASilentRobotNorHearsOfIt) {
+  using Pad = orvane::msg::dds_::RemoteControl_;
+  const std::string script = testing::TempDir() + "script";
+  std::ofstream(script) << "0 y 1";
+  orvane::robot::RobotSettings settings;
+  settings.simulation.gamepad = script;
+  orvane::robot::VirtualRobot robot(settings);
+  std::string error;
+  ASSERT_TRUE(robot.start(error)) << error;
+  const dds::domain::DomainParticipant participant(42);
+  dds::sub::DataReader<Pad> pad(dds::sub::Subscriber(participant),
+                                dds::topic::Topic<Pad>(participant, "motion/trc"));
+  const auto padShown = [&] { return pad.take().length() > 0; };
+  const auto heard = [&] {
+    const auto records = robot.status().simulation.records;
+    return records.commands + records.refused;
+  };
+  const auto thigh = [&] { return robot.access().body().joints[kThigh].position; };
+  const Sdk sdk;
+  ASSERT_TRUE(sdk.initialised());
+  Joints joints;
+  ASSERT_TRUE(joints.begin());
+  EXPECT_TRUE(joints.until([&] { return heard() > 0 && padShown(); }));
+
+  ASSERT_TRUE(robot.faults().apply("silent").done);
+  EXPECT_TRUE(waitUntil([&] { return !joints.sees(kSilenceMs) && !padShown(); }));
+  EXPECT_EQ(robot.status().posture, Posture::kDamped);
+  const std::uint64_t before = heard();
+  const double start = thigh();
+  joints.lean(0.25F);
+  int commands = 0;
+  EXPECT_TRUE(joints.until([&] { return ++commands == 20; })) << "it isn't told";
+  EXPECT_EQ(heard(), before);
+  EXPECT_NEAR(thigh(), start, 0.05);
+  EXPECT_FALSE(padShown() || joints.sees(0));
+  ASSERT_TRUE(robot.faults().apply("speak").done);
+  EXPECT_TRUE(joints.until([&] { return joints.leans(0.25F) && padShown(); }));
+}
+
+TEST(ALowLevelClient, GoesOnWhenTheRobotIsKilledEndedOrRestarted) {
   const Sdk sdk;
   ASSERT_TRUE(sdk.initialised());
   Joints joints;
@@ -128,12 +201,6 @@ TEST(ALowLevelClient, GoesOnWhenTheRobotIsKilledSilentOrRestarted) {
   for (const int signal : {SIGKILL, SIGTERM}) {
     ASSERT_TRUE(joints.begin());
     joints.lean(0.25F);
-    EXPECT_TRUE(joints.until([&] { return joints.leans(0.25F); }));
-
-    EXPECT_EQ(robot->tell("silent"), "silent\n");
-    EXPECT_TRUE(waitUntil([&] { return !joints.sees(kSilenceMs); }));
-    EXPECT_TRUE(joints.until([] { return true; })) << "it isn't told";
-    EXPECT_EQ(robot->tell("speak"), "speak\n");
     EXPECT_TRUE(joints.until([&] { return joints.leans(0.25F); }));
 
     robot->signal(signal);
@@ -167,28 +234,6 @@ TEST(ALowLevelClient, ThatIsKilledLeavesARobotThatDampsAndIsFree) {
   EXPECT_TRUE(high->standing(kRequestMs)) << high->getLastError();
   EXPECT_TRUE(waitUntil([&] { return stateText(high, "posture") == "standing"; }, kLimitMs));
 }
-
-/// Variables of the environment, for this process and its children, while this lives.
-class Environment {
- public:
-  explicit Environment(std::vector<std::pair<std::string, std::string>> variables)
-      : variables_(std::move(variables)) {
-    for (const auto& [name, value] : variables_) ::setenv(name.c_str(), value.c_str(), 1);
-  }
-  ~Environment() {
-    for (const auto& [name, value] : variables_) ::unsetenv(name.c_str());
-  }
-  Environment(const Environment&) = delete;
-  Environment& operator=(const Environment&) = delete;
-
- private:
-  const std::vector<std::pair<std::string, std::string>> variables_;
-};
-
-const std::vector<std::pair<std::string, std::string>> kReliable{
-    {"ORVANE_MOTION_CONTROL_RELIABILITY", "RELIABLE"},
-    {"ORVANE_MOTION_OBSERVED_RELIABILITY", "reliable"},
-    {"ORVANE_MOTION_TRC_RELIABILITY", "RELIABLE"}};
 
 void press(int pad, std::uint8_t button) {
   js_event event{};
@@ -226,31 +271,26 @@ void moveTheThighAndSeeThePad(const std::vector<std::string>& options) {
   }
 }
 
-TEST(ALowLevelClient, MatchesTheRobotWhateverReliabilityItAsksFor) {
+TEST(ALowLevelClient, MeetsTheRobotWhereAndHoweverTheySay) {
   moveTheThighAndSeeThePad({});
-  const Environment environment(kReliable);
-  moveTheThighAndSeeThePad({});
-}
-
-TEST(ALowLevelClient, MeetsTheRobotElsewhereByOptionsOrByTheSameEnvironment) {
-  auto variables = kReliable;
-  variables.insert(variables.end(), {{"ORVANE_MOTION_DDS_DOMAIN", "43"},
-                                     {"ORVANE_MOTION_CONTROL_TOPIC", "sim/control"},
-                                     {"ORVANE_MOTION_OBSERVED_TOPIC", "sim/observed"},
-                                     {"ORVANE_MOTION_TRC_TOPIC", "sim/trc"}});
   {
-    const Environment environment(variables);
+    const Environment environment(Variables{{"ORVANE_MOTION_CONTROL_RELIABILITY", "RELIABLE"},
+                                            {"ORVANE_MOTION_OBSERVED_RELIABILITY", "reliable"},
+                                            {"ORVANE_MOTION_TRC_RELIABILITY", "RELIABLE"},
+                                            {"ORVANE_MOTION_DDS_DOMAIN", "43"},
+                                            {"ORVANE_MOTION_CONTROL_TOPIC", "sim/control"},
+                                            {"ORVANE_MOTION_OBSERVED_TOPIC", "sim/observed"},
+                                            {"ORVANE_MOTION_TRC_TOPIC", "sim/trc"}});
     moveTheThighAndSeeThePad({});
   }
   // In the robot's own domain, and the client alone has the environment.
-  const Environment environment({{"ORVANE_MOTION_CONTROL_TOPIC", "my/control"},
-                                 {"ORVANE_MOTION_OBSERVED_TOPIC", "my/observed"}});
+  const Environment environment(Variables{{"ORVANE_MOTION_CONTROL_TOPIC", "my/control"},
+                                          {"ORVANE_MOTION_OBSERVED_TOPIC", "my/observed"}});
   moveTheThighAndSeeThePad({"--control-topic", "my/control", "--observed-topic", "my/observed"});
 }
 
 TEST(ARobot, WritesEachSampleOnceAndHearsNoCommandsWhenItIsToldSo) {
   using Motion = orvane::msg::dds_::MotionObserved_;
-  using Command = orvane::msg::dds_::MotionCtrl_;
   const dds::domain::DomainParticipant participant(42);
   const dds::sub::DataReader<Motion> reader(
       dds::sub::Subscriber(participant), dds::topic::Topic<Motion>(participant, "motion/observed"));

@@ -286,7 +286,7 @@ TEST_F(LowLevelCommands, FailToWriteWhenAllChunksAreHeld) {
     kept.clear();
   });
   EXPECT_TRUE(low->requireObserved(&observed, 0));
-  EXPECT_EQ(observed.motorNum, 9);
+  EXPECT_EQ(+observed.motorNum, 9);
   EXPECT_TRUE(keeper->setMode(Pexal::PBase::SharedMemSubscriber::kOff));
 }
 

@@ -13,12 +13,9 @@
 #include <utility>
 
 #include "net_support.h"
-#include "pbase/CTime.h"
 
 namespace net_test {
 namespace {
-
-using Pexal::PBase::CTime;
 
 /// Empty when the command succeeded, else what it printed.
 std::string complaintOf(const std::string& command) {
@@ -192,11 +189,6 @@ TEST_P(DatagramsOverALink, WaitForRoomNoLongerThanTheyMay) {
     code = codeOf(here.sendTo(large.data(), large.size(), nobody));
   }
   ASSERT_EQ(code, ETIMEDOUT);
-  const auto before = CTime::getCurrentMicroSecond();
-  code = codeOf(here.sendTo(large.data(), large.size(), nobody, 30));
-  if (code == ETIMEDOUT) {  // a slow machine may have room again by now
-    EXPECT_GE(CTime::getCurrentMicroSecond() - before, 30'000U);
-  }
   // Room comes when the system gives the others up; that is what the longer time-out waits for.
   EXPECT_NE(codeOf(here.sendTo(large.data(), large.size(), nobody, kPatienceMs)), ETIMEDOUT);
 }

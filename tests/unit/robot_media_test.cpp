@@ -303,33 +303,25 @@ TEST_F(RobotMedia, filesAreListedByNameAndFilterUntilThereIsNoRoom) {
     for (const Json::Value& file : answer["files"]) text += ' ' + file["name"].asString();
     return text;
   };
-  const Json::Value::UInt64 freeBytes = document("getAudioPlayList")["freeBytes"].asUInt64();
-  int added = 0;
-  std::string last;
-  do {
-    last = answer("addAudioFile", R"({"name":"s)" + std::to_string(added) +
-                                      R"(","format":"mp3","lengthMs":1000,"sizeBytes":16777216})");
-  } while (last == "ok" && ++added < 10);
-  EXPECT_EQ(last, "refused 28");
-  EXPECT_EQ(added, 3) << "64 MiB hold three of 16 MiB beside what was there";
+  // How many can be added, all alike.
+  const auto fill = [&](const std::string& sizeBytes) {
+    for (int added = 0; added < 1000; ++added) {
+      const std::string last = answer(
+          "addAudioFile", R"({"name":"s)" + std::to_string(added) +
+                              R"(","format":"mp3","lengthMs":1000,"sizeBytes":)" + sizeBytes + "}");
+      if (last != "ok") return std::to_string(added) + ", then " + last;
+    }
+    return std::string("no end");
+  };
+  EXPECT_EQ(fill("16777216"), "3, then refused 28") << "64 MiB, and something was there before";
   EXPECT_EQ(listed("{}"), "6: bark greeting march s0 s1 s2");
   EXPECT_EQ(listed(R"({"format":"mp3","offset":1,"limit":1})"), "3: s1");
   EXPECT_EQ(listed(R"({"contains":"r","format":"wav"})"), "3: bark greeting march");
-  EXPECT_EQ(listed(R"({"contains":"R"})"), "0:");
   EXPECT_EQ(listed(R"({"offset":4294967295,"limit":4294967295})"), "6:");
-  EXPECT_EQ(
-      Pexal::Utils::jsonToString(document("getAudioPlayList", R"({"contains":"s2"})")["files"]),
-      R"([{"format":"mp3","lengthMs":1000,"name":"s2","sizeBytes":16777216}])");
-  for (int i = 0; i < added; ++i) {
-    EXPECT_EQ(answer("deleteAudioFile", R"({"name":"s)" + std::to_string(i) + "\"}"), "ok");
+  for (const char* name : {"s0", "s1", "s2"}) {
+    EXPECT_EQ(answer("deleteAudioFile", std::string(R"({"name":")") + name + "\"}"), "ok");
   }
-  EXPECT_EQ(document("getAudioPlayList")["freeBytes"].asUInt64(), freeBytes);
-  for (added = 0;
-       answer("addAudioFile", R"({"name":"s)" + std::to_string(added) +
-                                  R"(","format":"ogg","lengthMs":100,"sizeBytes":1})") == "ok";) {
-    ASSERT_LT(++added, 1000);
-  }
-  EXPECT_EQ(added + 3, 128);
+  EXPECT_EQ(fill("1"), "125, then refused 28") << "and three that were there";
 }
 
 TEST_F(RobotMedia, statusTellsOfTheRobotAndOfTheComputer) {
@@ -364,30 +356,6 @@ TEST(HostFigures, areLeftOutWhereTheyCannotBeUnderstood) {
     fs::create_directories((root / path).parent_path());
     std::ofstream(root / path) << text;
   };
-  const auto zone = [&](int number, const char* type, const char* temperature) {
-    const std::string path = "sys/class/thermal/thermal_zone" + std::to_string(number);
-    write(path + "/type", type);
-    write(path + "/temp", temperature);
-  };
-  HostFigures figures = readHostFigures(root);
-  EXPECT_FALSE(figures.loadAverage || figures.memory || figures.processorTemperature);
-  EXPECT_EQ(figures.board, "");
-
-  write("proc/loadavg", "0.50 1.25 2.00 3/99 1234\n");
-  write("proc/meminfo", "MemTotal: 1000 kB\nMemFree: 1 kB\nMemAvailable:   250 kB\n");
-  write("version", "DEVELOPMENT_ROBOTIC_1.2\nmore\n");
-  zone(0, "acpitz\n", "90000\n");
-  zone(1, "x86_pkg_temp\n", "45500\n");
-  zone(2, "cpu-thermal\n", "47000\n");
-  zone(3, "cpu-broken\n", "-274000\n");
-  figures = readHostFigures(root);
-  EXPECT_EQ(figures.loadAverage, (std::array<double, 3>{0.5, 1.25, 2}));
-  ASSERT_TRUE(figures.memory);
-  EXPECT_EQ(figures.memory->totalBytes, 1'024'000U);
-  EXPECT_EQ(figures.memory->availableBytes, 256'000U);
-  EXPECT_EQ(figures.processorTemperature, 47.0) << "the hottest of the processor's";
-  EXPECT_EQ(figures.board, "DEVELOPMENT_ROBOTIC_1.2");
-
   for (const char* text : {"", "nan nan nan", "1 2", "-1 0 0", "a b c", "1e999 1 1"}) {
     write("proc/loadavg", text);
     EXPECT_FALSE(readHostFigures(root).loadAverage) << text;
@@ -398,6 +366,13 @@ TEST(HostFigures, areLeftOutWhereTheyCannotBeUnderstood) {
     write("proc/meminfo", text);
     EXPECT_FALSE(readHostFigures(root).memory) << text;
   }
+  write("sys/class/thermal/thermal_zone0/type", "acpitz\n");
+  write("sys/class/thermal/thermal_zone0/temp", "90000\n");
+  write("sys/class/thermal/thermal_zone1/type", "cpu-thermal\n");
+  write("sys/class/thermal/thermal_zone1/temp", "-274000\n");
+  EXPECT_FALSE(readHostFigures(root).processorTemperature);
+  write("sys/class/thermal/thermal_zone1/temp", "47000\n");
+  EXPECT_EQ(readHostFigures(root).processorTemperature, 47.0) << "not the hotter one beside it";
   fs::remove_all(root);
 }
 

@@ -193,38 +193,25 @@ TEST_F(FromAfar, theFirstOfTwoClientsHasTheMotorsUntilItIsSilent) {
   EXPECT_EQ(shown["lastRefusal"].asString(), "another client commands the motors");
 }
 
+// All of what the motors refuse is in robot_lowlevel_test.cpp; these are the wider numbers of a
+// sample, and what a refusal means for who has the motors.
 TEST_F(FromAfar, malformedCommandsAreRefusedWholeAndProlongNothing) {
-  struct Row {
-    RecordFate fate;
-    std::function<void(Command&)> spoil;
-  };
-  const Row kRows[] = {
-      {RecordFate::kBadMotorCount, [](Command& c) { c.motorNum = 0; }},
-      {RecordFate::kBadMotorCount, [](Command& c) { c.motorNum = 17; }},
-      {RecordFate::kBadMotorCount, [](Command& c) { c.motorNum = 0xFFFFFFFF; }},
-      {RecordFate::kUnknownMotor, [](Command& c) { c.motor[11].header.limbsNo = 4; }},
-      {RecordFate::kUnknownMotor, [](Command& c) { c.motor[11].header.limbsNo = 0x10000; }},
-      {RecordFate::kUnknownMotor, [](Command& c) { c.motor[11].header.jointNo = 0xFFFF0001; }},
-      {RecordFate::kMotorTwice, [](Command& c) { c.motor[11].header = c.motor[3].header; }},
-      {RecordFate::kBadValue, [](Command& c) { c.motor[11].position = kNan; }},
-      {RecordFate::kBadValue, [](Command& c) { c.motor[0].velocity = INFINITY; }},
-      {RecordFate::kBadValue, [](Command& c) { c.motor[5].torque = -INFINITY; }},
-      {RecordFate::kBadValue, [](Command& c) { c.motor[5].kdGain = kNan; }},
-      {RecordFate::kBadValue, [](Command& c) { c.motor[5].kpGain = -1; }},
-      {RecordFate::kTooFar, [](Command& c) { c.motor[11].position += 1; }}};
-  std::uint64_t refused = 0;
-  for (const Row& row : kRows) {
+  const auto refused = [&](const std::function<void(Command&)>& spoil) {
     Command command = hold();
-    row.spoil(command);
-    EXPECT_EQ(write(command), row.fate) << textOf(row.fate);
-    EXPECT_FALSE(held());
-    EXPECT_EQ(counts().refused, ++refused);
-  }
-  ASSERT_EQ(write(hold()), RecordFate::kTaken);
+    spoil(command);
+    return write(command);
+  };
+  using Fate = RecordFate;
+  EXPECT_EQ(refused([](Command& c) { c.motorNum = 0xFFFFFFFF; }), Fate::kBadMotorCount);
+  EXPECT_EQ(refused([](Command& c) { c.motor[11].header.limbsNo = 0x10000; }), Fate::kUnknownMotor);
+  EXPECT_EQ(refused([](Command& c) { c.motor[11].header.jointNo = 0xFFFF0001; }),
+            Fate::kUnknownMotor);
+  EXPECT_EQ(refused([](Command& c) { c.motor[11].position += 1; }), Fate::kTooFar);
+  EXPECT_FALSE(held());
+  EXPECT_EQ(counts().refused, 4U);
+  ASSERT_EQ(write(hold()), Fate::kTaken);
   pass(60);
-  Command command = hold();
-  command.motor[0].torque = kNan;
-  EXPECT_EQ(write(command), RecordFate::kBadValue);
+  EXPECT_EQ(refused([](Command& c) { c.motor[0].torque = kNan; }), Fate::kBadValue);
   pass(40);
   EXPECT_FALSE(held());
 }
@@ -264,22 +251,13 @@ TEST(PadScript, playsByTheClockAndBeginsAnewOrEnds) {
 
 TEST(PadScript, saysWhatIsWrongAndWhere) {
   const std::pair<std::string, const char*> kRows[] = {
-      {"a 1", "line 1: \"a\" is no time"},
       {"0 a 1\n-5 a 0", "line 2: \"-5\" is no time"},
       {"86400001 a 1", "is no time"},
       {"5 a 1\n\n4 a 0", "line 3: its time lies before"},
-      {"5", "the form is"},
       {"5 a", "a must be 0 or 1"},
-      {"5 a 0.5", "a must be 0 or 1"},
-      {"5 stickLX 1.01", "stickLX must be -1 to 1"},
       {"5 stickLX nan", "stickLX must be -1 to 1"},
-      {"5 triggerL -0.1", "triggerL must be 0 to 1"},
-      {"5 stickLX 0,5", "stickLX must be -1 to 1"},
       {"5 stick\x1bLX 0", "no button, stick or trigger \"stick?LX\""},
-      {"5 timestamp 3", "no button, stick or trigger"},
       {"0 repeat", "can't repeat in no time"},
-      {"5 end now", "nothing comes after end"},
-      {"5 end\n6 a 1", "line 2: nothing comes after"},
       {std::string(PadScript::kLongestText + 1, '#'), "longer than"}};
   for (const auto& [text, wrong] : kRows) {
     const auto parsed = PadScript::parse(text);
@@ -297,7 +275,7 @@ std::string event(int type, int number, int value) {
   return {reinterpret_cast<const char*>(&made), sizeof(made)};
 }
 
-TEST(JoystickDecoder, makesAStateOfEventsHoweverTheyAreCut) {
+TEST(JoystickDecoder, makesAStateOfEventsThatComeInPieces) {
   constexpr int kAxis = JS_EVENT_AXIS;
   constexpr int kButton = JS_EVENT_BUTTON;
   const std::string bytes = event(kButton | JS_EVENT_INIT, 0, 1) + event(kButton, 7, 1) +
@@ -308,23 +286,22 @@ TEST(JoystickDecoder, makesAStateOfEventsHoweverTheyAreCut) {
                             // What the pad of a message doesn't have.
                             event(kButton, 12, 1) + event(kAxis, 8, 9) + event(kButton, 255, 1) +
                             event(kAxis, 255, 1) + event(4, 0, 0);
-  for (std::size_t cut = 1; cut <= bytes.size(); cut += 5) {
-    JoystickDecoder decoder;
-    for (std::size_t at = 0; at < bytes.size(); at += cut) {
-      decoder.feed(std::as_bytes(std::span(bytes).subspan(at, std::min(cut, bytes.size() - at))));
-    }
-    PadState wanted{};
-    wanted.a = wanted.start = wanted.left = wanted.down = 1;
-    wanted.stickLX = -1;
-    wanted.stickLY = 1;
-    wanted.triggerR = 1;
-    const PadState& state = decoder.state();
-    for (const PadButton& button : kPadButtons) {
-      EXPECT_EQ(state.*button.member, wanted.*button.member) << button.name << cut;
-    }
-    for (const PadAxis& axis : kPadAxes) {
-      EXPECT_EQ(state.*axis.member, wanted.*axis.member) << axis.name << cut;
-    }
+  JoystickDecoder decoder;
+  constexpr std::size_t kPiece = 11;
+  for (std::size_t at = 0; at < bytes.size(); at += kPiece) {
+    decoder.feed(std::as_bytes(std::span(bytes).subspan(at, std::min(kPiece, bytes.size() - at))));
+  }
+  PadState wanted{};
+  wanted.a = wanted.start = wanted.left = wanted.down = 1;
+  wanted.stickLX = -1;
+  wanted.stickLY = 1;
+  wanted.triggerR = 1;
+  const PadState& state = decoder.state();
+  for (const PadButton& button : kPadButtons) {
+    EXPECT_EQ(state.*button.member, wanted.*button.member) << button.name;
+  }
+  for (const PadAxis& axis : kPadAxes) {
+    EXPECT_EQ(state.*axis.member, wanted.*axis.member) << axis.name;
   }
 }
 

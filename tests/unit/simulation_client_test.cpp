@@ -1,16 +1,16 @@
 // The simulation client over real DDS, against a scripted peer in this process: what one side
 // writes is in the other's reader when the write returns, so that simulated time can judge it.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <dds/dds.hpp>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,15 +18,20 @@
 #include <utility>
 #include <vector>
 
+#include "Environment.h"
 #include "WaitUntil.h"
 #include "lowlevel/LowLevelFactory.h"
+#include "lowlevel/SimulationCommands.h"
+#include "lowlevel/SimulationLowLevelImpl.h"
 #include "lowlevel/SimulationTransport.h"
 #include "msg_samples.h"
 #include "observed/ObservedRecords.h"
 #include "orvane/RobotSdk/RobotSdk.h"
+#include "pbase/CSemaphore.h"
 #include "pbase/CThread.h"
 #include "pbase/CTime.h"
 #include "pbase/VirtualClock.h"
+#include "pdbus/IDDSFactory.h"
 
 namespace {
 
@@ -35,6 +40,10 @@ using namespace dds::core::policy;
 using orvane::msg::dds_::MotionCtrl_;
 using orvane::msg::dds_::MotionObserved_;
 using orvane::msg::dds_::RemoteControl_;
+using orvane_test::Environment;
+using orvane_test::Variables;
+using orvane_test::waitUntil;
+using Pexal::PBase::CSemaphore;
 using Pexal::PBase::CThreadLite;
 using Pexal::PBase::CTime;
 using Pexal::PBase::VirtualClock;
@@ -47,31 +56,13 @@ using Told = std::vector<std::pair<std::uint32_t, std::uint32_t>>;
 
 constexpr std::uint32_t kDomain = 42;
 
-using Variables = std::map<std::string, std::string>;
-
-/// Environment variables, unset again at its end.
-class Environment {
- public:
-  explicit Environment(Variables variables) : variables_(std::move(variables)) {
-    for (const auto& [name, value] : variables_) ::setenv(name.c_str(), value.c_str(), 1);
-  }
-  Environment(const Environment&) = delete;
-  Environment& operator=(const Environment&) = delete;
-  ~Environment() {
-    for (const auto& [name, value] : variables_) ::unsetenv(name.c_str());
-  }
-
- private:
-  const Variables variables_;
-};
-
 /// The simulator's side: offers both kinds of reliability, asks for either.
 class Robot {
  public:
-  explicit Robot(Reliability offered = Reliability::Reliable(),
-                 Reliability asked = Reliability::BestEffort())
-      : observed(writer<MotionObserved_>("motion/observed", offered)),
-        remoteControl(writer<RemoteControl_>("motion/trc", offered)),
+  explicit Robot(std::uint32_t domain = kDomain, Reliability asked = Reliability::BestEffort())
+      : participant_(domain),
+        observed(writer<MotionObserved_>("motion/observed")),
+        remoteControl(writer<RemoteControl_>("motion/trc")),
         commands_({dds::sub::Subscriber(participant_),
                    dds::topic::Topic<MotionCtrl_>(participant_, "motion/control"),
                    dds::sub::qos::DataReaderQos() << asked << History::KeepLast(8)}) {}
@@ -86,12 +77,12 @@ class Robot {
 
  private:
   template <class T>
-  [[nodiscard]] dds::pub::DataWriter<T> writer(const std::string& topic, Reliability offered) {
+  [[nodiscard]] dds::pub::DataWriter<T> writer(const std::string& topic) {
     return {dds::pub::Publisher(participant_), dds::topic::Topic<T>(participant_, topic),
-            dds::pub::qos::DataWriterQos() << offered};
+            dds::pub::qos::DataWriterQos() << Reliability::Reliable()};
   }
 
-  dds::domain::DomainParticipant participant_{kDomain};
+  dds::domain::DomainParticipant participant_;
 
  public:
   dds::pub::DataWriter<MotionObserved_> observed;
@@ -122,6 +113,46 @@ std::shared_ptr<Told> listenTo(IMotionLowLevelClient& client) {
         told->emplace_back(state, error);
       });
   return told;
+}
+
+/// Another process's domain, as DDS sees it, that can be cut off.
+class FarDomain {
+ public:
+  static constexpr std::uint32_t kNumber = 3;
+
+  FarDomain()
+      : domain_(dds_create_domain(
+            kNumber,
+            "<CycloneDDS><Domain Id=\"3\"><General><Interfaces><NetworkInterface name=\"lo\" "
+            "multicast=\"true\"/></Interfaces></General><Discovery><ExternalDomainId>42"
+            "</ExternalDomainId></Discovery></Domain></CycloneDDS>")) {
+    EXPECT_GT(domain_, 0);
+  }
+  FarDomain(const FarDomain&) = delete;
+  FarDomain& operator=(const FarDomain&) = delete;
+  ~FarDomain() { dds_delete(domain_); }
+
+  void cutOff() const {
+    EXPECT_EQ(dds_domain_set_deafmute(domain_, true, true, DDS_INFINITY), DDS_RETCODE_OK);
+  }
+
+ private:
+  const dds_entity_t domain_;
+};
+
+/// Pulls the domain from under whoever is in it.
+void deleteParticipant() {
+  dds_entity_t participant = 0;
+  ASSERT_EQ(dds_lookup_participant(kDomain, &participant, 1), 1);
+  ASSERT_EQ(dds_delete(participant), DDS_RETCODE_OK);
+}
+
+int times(const std::string& line, const std::string& text) {
+  int count = 0;
+  for (std::size_t at = text.find(line); at != std::string::npos; at = text.find(line, at + 1)) {
+    ++count;
+  }
+  return count;
 }
 
 /// What goes to standard error while `act` runs.
@@ -183,13 +214,8 @@ TEST(SimulationSettings, ComeFromTheEnvironment) {
 }
 
 TEST(SimulationSettings, DepthAndReliabilityReachAllThreeEndpoints) {
-  const struct {
-    const char* word;
-    bool reliable;
-  } cases[] = {{"RELIABLE", true},   {"reliable", true},     {"Reliable", false},
-               {"RELIABLE ", false}, {"BEST_EFFORT", false}, {"", false}};
   const std::string names[] = {"CONTROL", "OBSERVED", "TRC"};
-  for (const auto& [word, reliable] : cases) {
+  for (const std::string word : {"RELIABLE", "Reliable"}) {
     for (const std::string& name : names) {
       SCOPED_TRACE(name + "=" + word);
       const Environment environment(Variables{{"ORVANE_MOTION_" + name + "_RELIABILITY", word},
@@ -203,7 +229,7 @@ TEST(SimulationSettings, DepthAndReliabilityReachAllThreeEndpoints) {
         const std::unique_ptr<dds_qos_t, void (*)(dds_qos_t*)> qos(dds_create_qos(),
                                                                    dds_delete_qos);
         ASSERT_EQ(dds_get_qos(entities[i], qos.get()), DDS_RETCODE_OK);
-        const bool expected = reliable && names[i] == name;
+        const bool expected = word == "RELIABLE" && names[i] == name;
         dds_reliability_kind_t kind{};
         dds_duration_t blocking = -1;
         ASSERT_TRUE(dds_qget_reliability(qos.get(), &kind, &blocking));
@@ -489,31 +515,85 @@ TEST_F(SimulationClient, DisconnectEndsAWaitAndReconnectBeginsAnew) {
   EXPECT_EQ(record.remoteControl.included, 0) << "that sample was the former connection's";
 }
 
+TEST_F(SimulationClient, AConnectThatAnotherHasOvertakenOpensNothing) {
+  Robot robot;
+  const auto client = makeSimulationLowLevelClient();
+  CSemaphore goOn(0);
+  std::atomic<int> connecting{0};
+  std::atomic<bool> result{false};
+  CThreadLite other("other", 0, 0, 0, [&] { result = client->connect(500, 0); });
+  client->setStateCallback([&](std::uint32_t state, std::uint32_t) {
+    if (state != 1) return;
+    if (++connecting == 2) {
+      EXPECT_TRUE(goOn.wait(60'000));
+      return;
+    }
+    client->disconnect();
+    EXPECT_TRUE(other.createThread());
+    clock.advance(0);
+  });
+  EXPECT_FALSE(client->connect(500, 0));
+  EXPECT_EQ(client->getState(), 1U) << "the other one's";
+  EXPECT_EQ(robot.commandWriters(), 0U);
+  goOn.post();
+  clock.advance(0);
+  EXPECT_TRUE(result);
+  EXPECT_EQ(client->getState(), 2U);
+  EXPECT_EQ(robot.commandWriters(), 1U);
+}
+
+TEST_F(SimulationClient, WritesNoCommandThatAnotherThreadsReconnectOvertook) {
+  Robot robot;
+  SimulationLowLevelClientImpl::Impl client;
+  const auto command = commandOf(12);
+  ASSERT_TRUE(client.connect() && client.setSessionFlag(true));
+  ASSERT_TRUE(client.mayCommand(&command));  // the publisher is preempted here
+  ASSERT_TRUE(client.disconnect() && client.connect());
+  EXPECT_FALSE(client.write(lowlevel::controlSample(command)));
+  EXPECT_EQ(client.lastError(), 9U);
+  EXPECT_FALSE(robot.takeCommand());
+  client.end();
+}
+
 TEST_F(SimulationClient, ReportsFailuresOfDdsOnceASecondAtMost) {
   const auto client = prepared();
-  dds_entity_t participant = 0;
-  ASSERT_EQ(dds_lookup_participant(kDomain, &participant, 1), 1);
-  ASSERT_EQ(dds_delete(participant), DDS_RETCODE_OK);
+  deleteParticipant();
   const auto command = commandOf(12);
-  const auto text = standardErrorOf([&] {
+  auto text = standardErrorOf([&] {
     for (int i = 0; i < 25; ++i) {
       EXPECT_FALSE(client->publishMotorAction(&command, nullptr));
       clock.advance(100);
     }
   });
-  const auto times = [&](const std::string& line) {
-    int count = 0;
-    for (std::size_t at = text.find(line); at != std::string::npos; at = text.find(line, at + 1)) {
-      ++count;
-    }
-    return count;
-  };
-  EXPECT_EQ(times("SimulationLowLevelClientImpl read failed: "), 3);
-  EXPECT_EQ(times("SimulationLowLevelClientImpl write control failed: "), 3);
+  EXPECT_EQ(times("SimulationLowLevelClientImpl read failed: ", text), 3);
+  EXPECT_EQ(times("SimulationLowLevelClientImpl write control failed: ", text), 3);
+  EXPECT_EQ(times("SimulationLowLevelClientImpl write control: 9 more before\n", text), 2);
   EXPECT_EQ(client->getLastError(), 7U);
   EXPECT_FALSE(client->emergencyStop(0));
   EXPECT_TRUE(client->disconnect());
-  EXPECT_TRUE(client->connect(500, 0)) << "with a participant of its own again";
+  ASSERT_TRUE(client->connect(500, 0)) << "with a participant of its own again";
+  clock.advance(0);
+  ASSERT_TRUE(client->setSessionFlag(true));
+  deleteParticipant();
+  text = standardErrorOf([&] { EXPECT_FALSE(client->publishMotorAction(&command, nullptr)); });
+  EXPECT_EQ(times("write control failed: ", text), 1) << "at once in each connection";
+}
+
+TEST_F(SimulationClient, EndsAlthoughNobodyReadsItsStandardError) {
+  const auto client = prepared();
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_NONBLOCK | O_CLOEXEC), 0);
+  const char filling[4096] = {};
+  while (::write(ends[1], filling, sizeof filling) > 0) {
+  }
+  ASSERT_EQ(::fcntl(ends[1], F_SETFL, 0), 0);
+  const int former = ::dup(STDERR_FILENO);
+  ASSERT_EQ(::dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
+  deleteParticipant();
+  clock.advance(5);  // the receive thread fails
+  EXPECT_TRUE(client->disconnect());
+  ASSERT_EQ(::dup2(former, STDERR_FILENO), STDERR_FILENO);
+  for (const int fd : {former, ends[0], ends[1]}) ::close(fd);
 }
 
 TEST(SimulationClientThreads, OperationsOfManyThreadsDoNotMixUp) {
@@ -540,11 +620,22 @@ TEST(SimulationClientThreads, OperationsOfManyThreadsDoNotMixUp) {
   }
   for (int round = 0; round < 30; ++round) {
     const int before = received;
-    EXPECT_TRUE(orvane_test::waitUntil([&] { return received > before; }));
+    EXPECT_TRUE(waitUntil([&] { return received > before; }));
     EXPECT_TRUE(client->disconnect());
   }
   over = true;
   for (auto& thread : threads) thread.join();
+
+  EXPECT_TRUE(client->disconnect());
+  EXPECT_EQ(client->getState(), 0U);
+  EXPECT_TRUE(waitUntil([&] { return robot.commandWriters() == 0; })) << "all have closed";
+  while (robot.takeCommand()) {
+  }
+  EXPECT_TRUE(client->connect(500, 0) && client->setSessionFlag(true));
+  EXPECT_EQ(client->getState(), 3U);
+  EXPECT_TRUE(client->publishMotorAction(&command, nullptr));
+  EXPECT_TRUE(waitUntil([&] { return robot.takeCommand().has_value(); }));
+  EXPECT_EQ(client->getLastError(), 0U);
 }
 
 // --- beside the service ---
@@ -591,6 +682,35 @@ TEST_F(SimulationBesideTheService, TheChosenInterfaceHoldsInEveryDomain) {
   EXPECT_THAT(text, HasSubstr("open transport failed: dds_create_domain(43)"));
   restart("lo");
   EXPECT_TRUE(client->connect(500, 0)) << "nothing was left of the failure";
+}
+
+TEST_F(SimulationBesideTheService, ALaterInitialAppliesTheInterfaceChosenThen) {
+  const auto isJoined = [] {
+    return !Pexal::PDBus::IDDSFactory::instance()->participant("host").is_nil();
+  };
+  const Environment environment(Variables{{"ORVANE_MOTION_CONTROL_RELIABILITY", "RELIABLE"}});
+  const FarDomain far;
+  Robot robot(FarDomain::kNumber, Reliability::Reliable());
+  const auto client = IMotionLowLevelClient::create();
+  ASSERT_TRUE(client->connect(500, 0) && client->setSessionFlag(true));
+  const auto command = commandOf(12);
+  const auto isHeard = [&] {
+    EXPECT_TRUE(client->publishMotorAction(&command, nullptr));
+    return robot.takeCommand().has_value();
+  };
+  ASSERT_TRUE(waitUntil(isHeard));
+  restart("nowhere0");
+  EXPECT_TRUE(isJoined()) << "the client keeps the domain as it is";
+  service->shutdown();
+
+  far.cutOff();
+  EXPECT_TRUE(client->publishMotorAction(&command, nullptr));
+  EXPECT_TRUE(client->disconnect());
+  EXPECT_EQ(dds_lookup_participant(kDomain, nullptr, 0), 1) << "disconnect lingered for the robot";
+  restart("nowhere0");
+  EXPECT_FALSE(isJoined()) << "still on the former interface";
+  restart("lo");
+  EXPECT_TRUE(isJoined()) << "nothing was left of the failure";
 }
 
 }  // namespace

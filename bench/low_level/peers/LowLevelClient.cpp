@@ -90,7 +90,7 @@ bool LowLevelClient::ask(std::int64_t& writtenNs) noexcept {
 JointHolder::JointHolder(const Json::Value& arguments)
     : session_(arguments), client_(session_.client()) {
   if (!client_.requireObserved(&seen_, kAnswerMs)) throw std::runtime_error("no observed record");
-  motors_.motorNum = static_cast<std::uint32_t>(std::clamp(seen_.motorNum, 0, 16));
+  motors_.motorNum = static_cast<std::uint32_t>(std::clamp(+seen_.motorNum, 0, 16));
   for (std::uint32_t i = 0; i < motors_.motorNum; ++i) {
     const ObservedMotor seen = seen_.motor[i];
     motors_.motor[i] = {seen.position, 0, kStiffness, kDamping, 0, seen.limbsNo, seen.jointNo};

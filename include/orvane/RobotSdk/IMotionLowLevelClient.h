@@ -22,7 +22,9 @@ class IMediaBusClient;  // not available in this build: createMediaBusClient alw
 ///
 /// On an external host: told of every change, 0 and 1 included, and of each setSessionFlag; (0, 1)
 /// when connect failed. Runs on the thread that made the call, before the call returns, and may
-/// call every operation. The end of the client isn't told.
+/// call every operation. When several threads change the state, their calls of it may overlap and
+/// come in another order than the changes: getState has the state. The end of the client isn't
+/// told.
 using LowLevelStateCallback = std::function<void(std::uint32_t state, std::uint32_t lastError)>;
 
 /// One robot, commanded motor by motor: the loop of a control engineer. On the robot's board, under
@@ -92,7 +94,8 @@ class ORVANE_API IMotionLowLevelClient {
   /// the session, keeps it, and takes another one when it is lost, all told through the state
   /// callback. True, and nothing changes, unless the state is 0. Error 1 when there is no server.
   /// On an external host the arguments have no meaning; the DDS topics are open (state 2) when it
-  /// returns, some milliseconds later.
+  /// returns, some milliseconds later. While another thread is connecting it is true at once: that
+  /// one's outcome is told by its own result and the state callback.
   virtual bool connect(std::uint32_t observedHz, std::uint32_t leaseTimeoutMs) = 0;
   /// Which motors the robot has; in any state, once connect has succeeded. Asked for once, at most
   /// `timeoutMs` milliseconds, then answered from a copy. Error 10: `out` is null.
@@ -116,7 +119,8 @@ class ORVANE_API IMotionLowLevelClient {
   /// The error code stays as it was when the record couldn't be written, since the robot's process
   /// left none of the channel's chunks free for 6 ms; otherwise it never waits: no mutex, no
   /// allocation, no system call unless the robot's process sleeps. On an external host error 9 in
-  /// every state but 3; takes a mutex for the length of a copy and writes one DDS sample.
+  /// every state but 3; takes a mutex for the length of a copy and writes one DDS sample. One that
+  /// is being written while another thread leaves state 3 or disconnects goes out all the same.
   virtual bool publishMotorAction(const LowLevelMotorRecord* record,
                                   const LowLevelTrailer* trailer) = 0;
   /// Sets the largest torques, taken from the `torque` of each entry; conditions and errors as for

@@ -3,18 +3,21 @@
 #include <atomic>
 #include <cstdio>
 #include <functional>
-#include <mutex>
 #include <string_view>
 #include <utility>
 
 #include "DDSContextLog.h"
 #include "EndpointEntity.h"
 #include "pbase/CConfigLoader.h"
+#include "pbase/CTime.h"
+#include "pbase/System.h"
 
 namespace Pexal::PDBus {
 namespace {
 
 constexpr const char* kUnit = "DomainRegistry";
+/// How long a join waits for those on their way out: libddsc lingers for a second.
+constexpr std::uint64_t kLeaveUs = 3'000'000;
 
 /// Warnings and errors of libddsc that weren't passed on, and nobody told of yet.
 std::atomic<std::uint32_t> leftOut{0};
@@ -80,24 +83,6 @@ class LogCapture {
   std::string text_;
 };
 
-/// The profile in the form that libddsc takes.
-std::string profileOf(const std::string& url) {
-  constexpr std::string_view kScheme = "file://";
-  const std::size_t begin = url.find_first_not_of(" \t\r\n");
-  if (begin == std::string::npos) return {};
-  if (url[begin] == '<') return url;
-  const bool isUrl = url.compare(begin, kScheme.size(), kScheme) == 0;
-  const std::string path = url.substr(isUrl ? begin + kScheme.size() : begin);
-  std::string text;
-  if (!Config::CConfigLoader::readFile(path, text)) {
-    throw dds::core::InvalidArgumentError("can't read the dds profile " + path);
-  }
-  if (path.find(',') != std::string::npos) {  // libddsc takes a comma for the end of a path
-    throw dds::core::InvalidArgumentError("a comma in the path of the dds profile " + path);
-  }
-  return std::string(kScheme) + path;
-}
-
 /// Hands the error on with libddsc's words behind it.
 [[noreturn]] void failWith(const dds::core::Exception& error, const std::string& words) {
   std::string text = error.what();
@@ -116,23 +101,52 @@ DomainRegistry& DomainRegistry::instance() {
   return *registry;
 }
 
-dds::domain::DomainParticipant DomainRegistry::join(std::uint32_t id, const std::string& url) {
-  const std::lock_guard lock(mutex_);
+struct DomainRegistry::Profile {
+  std::string form;  ///< as libddsc takes it
+  std::string text;
+};
+
+DomainRegistry::Profile DomainRegistry::profileOf(const std::optional<std::string>& url) {
+  if (!url) {  // what libddsc itself takes for a domain that nobody has made
+    const std::string own = PBase::getEnvVariable("CYCLONEDDS_URI");
+    return {own, own};
+  }
+  constexpr std::string_view kScheme = "file://";
+  const std::size_t begin = url->find_first_not_of(" \t\r\n");
+  if (begin == std::string::npos) return {};
+  if ((*url)[begin] == '<') return {*url, *url};
+  const bool isUrl = url->compare(begin, kScheme.size(), kScheme) == 0;
+  const std::string path = url->substr(isUrl ? begin + kScheme.size() : begin);
+  std::string text;
+  if (!Config::CConfigLoader::readFile(path, text)) {
+    throw dds::core::InvalidArgumentError("can't read the dds profile " + path);
+  }
+  if (path.find(',') != std::string::npos) {  // libddsc takes a comma for the end of a path
+    throw dds::core::InvalidArgumentError("a comma in the path of the dds profile " + path);
+  }
+  return {std::string(kScheme) + path, std::move(text)};
+}
+
+dds::domain::DomainParticipant DomainRegistry::join(std::uint32_t id,
+                                                    const std::optional<std::string>& url) {
+  const Profile profile = profileOf(url);
+  std::unique_lock lock(mutex_);
+  if (url) awaitLeaving(lock, id, profile.text);
   dds::domain::DomainParticipant participant;
   std::string words;
   {
     const LogCapture log([this] { chooseLogSink(); });
     try {
-      if (const auto found = domains_.find(id); found == domains_.end()) {
-        domains_[id] = open(id, url);
-      } else if (found->second.url != url) {
+      static_cast<void>(closeUnused(id));  // those who kept it may have gone meanwhile
+      if (domains_.count(id) == 0) domains_[id] = open(id, profile);
+      if (url && domains_[id].settings != profile.text) {
         PDBUS_LOG(5, kUnit,
-                  "dds domain %u is in use with profile \"%.200s\"; \"%.200s\" isn't applied\n", id,
-                  found->second.url.c_str(), url.c_str());
+                  "dds domain %u is in use with other settings; \"%.200s\" isn't applied\n", id,
+                  url->c_str());
       }
       participant = dds::domain::DomainParticipant(id);
     } catch (const dds::core::Exception& error) {
-      closeUnused(id);
+      static_cast<void>(closeUnused(id));
       failWith(error, log.text());
     }
     words = log.text();
@@ -142,22 +156,44 @@ dds::domain::DomainParticipant DomainRegistry::join(std::uint32_t id, const std:
   return participant;
 }
 
-DomainRegistry::Domain DomainRegistry::open(std::uint32_t id, const std::string& url) {
-  const dds_entity_t created = dds_create_domain(id, profileOf(url).c_str());
-  if (created == DDS_RETCODE_PRECONDITION_NOT_MET) return {0, 0, url};
+/// Those who are as good as gone don't decide over the settings of who comes.
+void DomainRegistry::awaitLeaving(std::unique_lock<PBase::CMutex>& lock, std::uint32_t id,
+                                  const std::string& settings) {
+  const auto mayJoin = [&] {
+    const auto found = domains_.find(id);
+    return found == domains_.end() || found->second.settings == settings ||
+           found->second.users == 0 || found->second.users > found->second.leaving;
+  };
+  static_cast<void>(
+      left_.waitUntil(lock, PBase::CTime::getCurrentMicroSecond() + kLeaveUs, mayJoin));
+}
+
+DomainRegistry::Domain DomainRegistry::open(std::uint32_t id, const Profile& profile) {
+  const dds_entity_t created = dds_create_domain(id, profile.form.c_str());
+  if (created == DDS_RETCODE_PRECONDITION_NOT_MET) return {};
   if (created < 0) {
     dds::core::detail::fail(created, "dds_create_domain(" + std::to_string(id) + ")");
   }
-  return {created, 0, url};
+  return {created, 0, 0, profile.text};
 }
 
-void DomainRegistry::leave(std::uint32_t id) noexcept {
+void DomainRegistry::announceLeave(std::uint32_t id) noexcept {
+  const std::lock_guard lock(mutex_);
+  if (const auto found = domains_.find(id); found != domains_.end()) ++found->second.leaving;
+  left_.notifyAll();
+}
+
+void DomainRegistry::leave(std::uint32_t id, bool wasAnnounced) noexcept {
   const std::lock_guard lock(mutex_);
   const auto found = domains_.find(id);
   if (found == domains_.end() || found->second.users == 0) return;
   --found->second.users;
-  closeUnused(id);
+  if (wasAnnounced) --found->second.leaving;
+  if (!closeUnused(id)) {
+    PDBUS_LOG(3, kUnit, "dds domain %u is still in use by others and stays\n", id);
+  }
   chooseLogSink();
+  left_.notifyAll();
 }
 
 void DomainRegistry::chooseLogSink() noexcept {
@@ -165,19 +201,17 @@ void DomainRegistry::chooseLogSink() noexcept {
   if (domains_.empty()) tellLeftOut();
 }
 
-void DomainRegistry::closeUnused(std::uint32_t id) noexcept {
+bool DomainRegistry::closeUnused(std::uint32_t id) noexcept {
   const auto found = domains_.find(id);
-  if (found == domains_.end() || found->second.users > 0) return;
+  if (found == domains_.end() || found->second.users > 0) return true;
   const dds_entity_t created = found->second.created;
   if (created > 0) {
     // Deleting a domain takes everything in it along, what others have made there too.
-    if (dds_get_children(created, nullptr, 0) > 0) {
-      PDBUS_LOG(3, kUnit, "dds domain %u is still in use by others and stays\n", id);
-      return;
-    }
+    if (dds_get_children(created, nullptr, 0) > 0) return false;
     static_cast<void>(dds_delete(created));
   }
   domains_.erase(found);
+  return true;
 }
 
 }  // namespace Pexal::PDBus

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "ScriptedState.h"
+#include "pdbus/DomainMember.h"
 
 namespace scripted {
 namespace {
@@ -131,3 +132,15 @@ std::vector<ReaderInfo> Bus::readers() const {
 }
 
 }  // namespace scripted
+
+// There is no DDS beside the script.
+namespace Pexal::PDBus {
+
+DomainMember::DomainMember(std::uint32_t domain, const std::optional<std::string>&)
+    : domain_(domain) {
+  throw dds::core::Error("no dds domain " + std::to_string(domain_) + " beside a scripted bus");
+}
+DomainMember::~DomainMember() = default;
+void DomainMember::announceEnd() noexcept {}
+
+}  // namespace Pexal::PDBus

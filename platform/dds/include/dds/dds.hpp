@@ -10,7 +10,6 @@
 #include "dds/core/Policy.hpp"
 #include "dds/core/Qos.hpp"
 #include "dds/core/Status.hpp"
-#include "dds/domain/Domain.hpp"
 #include "dds/domain/DomainParticipant.hpp"
 #include "dds/pub/DataWriter.hpp"
 #include "dds/sub/DataReader.hpp"

@@ -26,12 +26,14 @@ class IDDSSubcriber;
 /// Unknown keys are ignored; an entry that lacks what it needs is logged and left out.
 ///
 /// A domain's settings are those of the first in this process who joined it: a further factory on
-/// the same domain shares them, and its "url" has no effect.
+/// the same domain shares them, and its "url" has no effect (logged at level 5 when it says
+/// something else).
 ///
 /// Threading: any thread may call any operation. initial and shutdown are serialised and must not
 /// be called from a handler or data callback of this layer; initial blocks for as long as DDS takes
-/// to open its sockets. The lookups (rpcClient, eventBus, subscriber, participant) never wait for
-/// either: until initial has succeeded, and once shutdown has begun, they find nothing.
+/// to open its sockets, and up to 3 s for members that leave (DomainMember::announceEnd). The
+/// lookups (rpcClient, eventBus, subscriber, participant) never wait for either: until initial has
+/// succeeded, and once shutdown has begun, they find nothing.
 class PEXAL_API IDDSFactory {
  public:
   /// The process's own factory. Never null; lives until the process ends.
