@@ -141,6 +141,8 @@ DomainMember::DomainMember(std::uint32_t domain, const std::optional<std::string
   throw dds::core::Error("no dds domain " + std::to_string(domain_) + " beside a scripted bus");
 }
 DomainMember::~DomainMember() = default;
-void DomainMember::announceEnd() noexcept { isLeaving_ = true; }
+void DomainMember::announceEnd() noexcept {
+  isLeaving_ = true;
+}
 
 }  // namespace Pexal::PDBus
