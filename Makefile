@@ -3,11 +3,12 @@
 
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
-.PHONY: help setup build demo demo-board test test-asan test-tsan fuzz test-fuzz bench bench-long format check-format clean
+.PHONY: help setup build robotctl docs package install demo demo-board test test-asan test-tsan fuzz test-fuzz bench bench-long format check-format clean
 
 JOBS ?= $(shell nproc)
 TEST_JOBS ?= 2
 FUZZ_SECONDS ?= 60
+PREFIX ?= /usr/local
 CMAKE_BUILD = cmake --build build/$(1) --parallel $(JOBS)
 # GCC 12's thread sanitizer needs its usual address layout; some kernels randomise more than it allows.
 FIXED_ADDRESSES = $$(setarch -R true 2>/dev/null && echo setarch -R)
@@ -22,6 +23,10 @@ help:
 	@echo "make bench      run the benchmarks (build/release/bench/bench*.json hold the figures, too)"
 	@echo "make bench-long the same with more samples, and a soak (BENCH_OPTIONS='--soak 600': its seconds)"
 	@echo "make build      build everything (build/dev)"
+	@echo "make robotctl   build no more than robotctl, the virtual robot and the examples (build/dev)"
+	@echo "make docs       make HTML of the pages and the public headers (build/dev/docs/html)"
+	@echo "make package    build a release and pack it for Debian (build/release/packages)"
+	@echo "make install    build a release and install it without packages (PREFIX=/usr/local)"
 	@echo "make format     format the sources in place"
 	@echo "make clean      remove everything that was built"
 
@@ -35,6 +40,26 @@ build/%/build.ninja: | setup
 
 build: build/dev/build.ninja
 	$(call CMAKE_BUILD,dev)
+
+robotctl: build/dev/build.ninja
+	$(call CMAKE_BUILD,dev) --target robotctl virtual-robot minimal walk_square joint_loop joint_trace
+
+docs: setup
+	cmake --preset dev
+	$(call CMAKE_BUILD,dev) --target docs
+
+# Configured anew each time: Doxygen, which makes the HTML pages, may have been installed since.
+package: setup
+	cmake --preset release
+	$(call CMAKE_BUILD,release) --target installed
+	rm -rf build/release/packages
+	cd build/release && { cpack >cpack.log 2>&1 || { cat cpack.log; exit 1; }; }
+	@ls -l build/release/packages/*.deb
+
+install: build/release/build.ninja
+	$(call CMAKE_BUILD,release) --target installed
+	cmake --install build/release --prefix $(abspath $(DESTDIR)$(PREFIX)) --strip
+	@[[ -n "$(DESTDIR)" || ! -w /etc/ld.so.cache ]] || ldconfig
 
 demo: build/dev/build.ninja
 	$(call CMAKE_BUILD,dev) --target virtual-robot walk_square joint_trace

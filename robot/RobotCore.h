@@ -58,6 +58,8 @@ class RobotCore {
     [[nodiscard]] RefusedRequest& lastRefusal() { return core_.lastRefusal_; }
     /// Which board leads: "brain" or "cerebellum".
     [[nodiscard]] std::string& masterRole() { return core_.masterRole_; }
+    /// What the robot tells of itself.
+    [[nodiscard]] std::string& version() { return core_.version_; }
     /// The platform's clock when the access began, ms.
     [[nodiscard]] std::uint64_t nowMs() const { return nowMs_; }
     /// Lets `seconds` pass for motion controller, motors and body. Doesn't allocate.
@@ -100,6 +102,7 @@ class RobotCore {
   MediaRoom media_;
   RefusedRequest lastRefusal_;
   std::string masterRole_ = "cerebellum";
+  std::string version_;
   std::uint64_t announcedRevision_ = 0;
   Posture announcedPosture_ = Posture::kLying;
   int announcedBatteryLevel_ = 0;  // 0 fine, 1 low, 2 empty

@@ -31,6 +31,7 @@ struct RobotSettings {
   std::string deviceId = "VR-0001";  ///< 1 to 64 letters, digits, '-', '_', '.' or ':'
   std::set<Deployment> deployments{Deployment::kHost};  ///< at least one
   double chargePercent = 100;                           ///< of the battery at the start
+  std::string version = "1.0.0";                        ///< that it tells of itself
   std::vector<std::string> faults;  ///< carried out when it starts, see parseFault
 
   // For external hosts only.

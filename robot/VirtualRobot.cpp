@@ -16,6 +16,7 @@ VirtualRobot::VirtualRobot(RobotSettings settings)
                                         outboxes_)),
       faults_(std::make_shared<Faults>(
           core_, std::make_shared<RequestServer>(core_, settings_.deviceId))) {
+  core_->access().version() = settings_.version;
   const SharedRobot robot{settings_.deviceId, core_, faults_};
   if (settings_.serves(Deployment::kBoard)) {
     sides_.push_back(std::make_unique<BoardSide>(robot, outboxes_->add()));

@@ -81,6 +81,9 @@ void describe(CLI::App& app, Options& options) {
   app.add_option("--loss", options.robot.lossPercent,
                  "Loses that share of its packets, percent: 0 to 100 in steps of 0.1");
   describeSimulation(app, options.robot.simulation);
+  app.add_option("--robot-version", options.robot.version,
+                 "Version that it tells of itself, to see what applications make of another one")
+      ->capture_default_str();
   app.add_flag("--verbose", options.verbose, "Log what happens inside to standard error");
 }
 
@@ -97,7 +100,7 @@ void refuse(const CLI::App& app, const Options& options, const char* why) {
 void settle(const CLI::App& app, const CLI::App& tellApp, Options& options) {
   if (tellApp.parsed()) {
     const char* const why = "is for a robot that starts; it doesn't go with tell";
-    refuse(app, Names{"--fault", "--loss", "--host"}, why);
+    refuse(app, Names{"--fault", "--loss", "--host", "--robot-version"}, why);
     refuse(app, kSimulationOptions, why);
   }
   if (!options.board) return;
@@ -170,7 +173,7 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
     settle(app, tellApp, options);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error);
+    return app.exit(error) == 0 ? 0 : 2;
   }
   if (!tellApp.parsed()) return run(options);
   logTo(options.verbose, false);

@@ -11,4 +11,3 @@ target_link_libraries(virtual_robot PUBLIC platform::pdbus platform::pbase motio
 file(GLOB robot_app_sources CONFIGURE_DEPENDS main.cpp app/*.cpp)
 add_executable(virtual-robot ${robot_app_sources})
 target_link_libraries(virtual-robot PRIVATE orvane_options virtual_robot CLI11::CLI11)
-install(TARGETS virtual-robot RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

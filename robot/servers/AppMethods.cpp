@@ -130,8 +130,8 @@ Answer motionState(const Call& call) {
   return motionStateDocument(call.robot, call.self.deviceId);
 }
 
-Answer capabilities(const Call&) {
-  return capabilitiesDocument();
+Answer capabilities(const Call& call) {
+  return capabilitiesDocument(call.robot);
 }
 
 // Renewing and releasing judge the caller themselves.

@@ -111,10 +111,10 @@ Json::Value motorLayoutDocument() {
   return document;
 }
 
-Json::Value capabilitiesDocument() {
+Json::Value capabilitiesDocument(RobotCore::Access& robot) {
   Json::Value document;
   document[Key("model")] = kModel;
-  document[Key("version")] = kVersion;
+  document[Key("version")] = robot.version();
   for (const ActionName& row : kActionNames) document[Key("actions")].append(row.name);
   Json::Value& walking = document[Key("walking")];
   walking[Key("lineVelocityX")] = rangeDocument(kForwardSpeed, "m/s");
@@ -157,7 +157,7 @@ Json::Value motionStateDocument(RobotCore::Access& robot, const std::string& dev
 Json::Value discoveryDocument(RobotCore::Access& robot) {
   Json::Value document;
   document[Key("model")] = kModel;
-  document[Key("version")] = kVersion;
+  document[Key("version")] = robot.version();
   document[Key("posture")] = nameOf(robot.motion().posture());
   document[Key("controlled")] = robot.arbiter().current().has_value();
   document[Key("battery")] = batteryDocument(robot.body().battery);

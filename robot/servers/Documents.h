@@ -11,7 +11,6 @@
 namespace orvane::robot {
 
 inline constexpr const char* kModel = "virtual-quadruped";
-inline constexpr const char* kVersion = "1.0.0";
 
 // The documents in which the robot describes itself. Units are in the keys' descriptions: lengths
 // in m, angles in rad, speeds in m/s and rad/s, times in ms of the robot's own clock.
@@ -21,7 +20,7 @@ inline constexpr const char* kVersion = "1.0.0";
 [[nodiscard]] Json::Value motorLayoutDocument();
 
 /// What the robot can be asked for: actions, ranges of velocities and parameters, lease limits.
-[[nodiscard]] Json::Value capabilitiesDocument();
+[[nodiscard]] Json::Value capabilitiesDocument(RobotCore::Access& robot);
 
 /// What it does now: "posture", "velocity", "command", "control" (who, since when, until when),
 /// "emergencyStop", "lowLevel" (the session, what the motors do, what came of the records),

@@ -41,9 +41,9 @@ Json::Value memoryDocument(const HostFigures::Memory& memory) {
   return document;
 }
 
-Json::Value versionsDocument(const HostFigures& host) {
+Json::Value versionsDocument(RobotCore::Access& robot, const HostFigures& host) {
   Json::Value document;
-  document[Key("robot")] = kVersion;
+  document[Key("robot")] = robot.version();
   if (!host.system.empty()) document[Key("system")] = host.system;
   if (!host.board.empty()) document[Key("board")] = host.board;
   return document;
@@ -56,14 +56,14 @@ Json::Value systemStatusDocument(RobotCore::Access& robot, const std::string& de
   Json::Value document;
   document[Key("deviceNo")] = deviceId;
   document[Key("model")] = kModel;
-  document[Key("version")] = kVersion;
+  document[Key("version")] = robot.version();
   document[Key("uptimeMs")] = Json::UInt64(robot.nowMs() - startedMs);
   document[Key("battery")] = batteryDocument(robot.body().battery);
   document[Key("motors")] = motorsDocument(robot.body());
   document[Key("imu")][Key("temperature")] = robot.body().imu.temperature;
   document[Key("processor")] = processorDocument(host);
   if (host.memory) document[Key("memory")] = memoryDocument(*host.memory);
-  document[Key("versions")] = versionsDocument(host);
+  document[Key("versions")] = versionsDocument(robot, host);
   return document;
 }
 
