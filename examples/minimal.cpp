@@ -50,8 +50,8 @@ int main(int argc, char** argv) {
     auto found = device.get_future();
     if (found.wait_for(5s) == std::future_status::ready) {
       const auto robot = IMotionHighLevelClient::create(found.get());
-      failed = walk(*robot);
-      if (failed != nullptr) std::fprintf(stderr, "error %u: ", robot->getLastError());
+      failed = robot ? walk(*robot) : "make a client";
+      if (robot && failed) std::fprintf(stderr, "error %u: ", robot->getLastError());
     }
   }
   service->shutdown();

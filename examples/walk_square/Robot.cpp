@@ -275,7 +275,7 @@ void Robot::waitForOdometry() {
     const std::lock_guard<std::mutex> lock(observations_->mutex);
     before = observations_->sensorSamples;
   }
-  if (!waitUntil([&](const Observations& seen) { return seen.sensorSamples >= before + 5; }, 2s)) {
+  if (!waitUntil([&](const Observations& seen) { return seen.sensorSamples >= before + 5; }, 5s)) {
     throw Failure("the robot's odometry has stopped arriving");
   }
   showLive();

@@ -433,6 +433,9 @@ TEST(RobotctlSim, BecomesTheVirtualRobot) {
       {ROBOTCTL, "--interface", "lo", "sim", "--device-id", "cat", "--fault", "silent 1"});
   ASSERT_TRUE(robot.says("ready: cat on lo, domain 42", kLimitMs)) << robot.output();
   EXPECT_TRUE(robot.says("lying", kLimitMs)) << "its status line";
+  Process second({ROBOTCTL, "sim", "--device-id=cat"});
+  EXPECT_EQ(second.finish(kExitMs), 1);
+  EXPECT_THAT(second.output(), HasSubstr("a robot cat answers on lo already"));
   robot.signal(SIGINT);
   EXPECT_EQ(robot.finish(kExitMs), 0) << "it ends in good order";
 

@@ -110,7 +110,9 @@ TEST(RobotctlMotion, TakesTheRobotThroughEveryPostureAndSaysWhatItRefuses) {
            0,
            {R"("robot" : "dog")", R"("action" : "walk")", R"("posture" : "standing")",
             R"("odometry" :)"}},
-          {{"walk", "7", "0", "0", "--for", "1"}, 1, {"errno 34 (out of range)", "robotctl info"}},
+          {{"walk", "7", "0", "0", "--for", "1"},
+           1,
+           {"errno 34 (out of range)", "VX is lineVelocityX", "robotctl info"}},
           {{"stop"}, 0, {"robot dog: standing"}},
           {{"estop"}, 0, {"robot dog: emergencyStop"}},
           {{"stand"}, 1, {"hint: robotctl recover"}},
@@ -218,6 +220,7 @@ TEST(RobotctlControl, IsHeldUntilCtrlCAndNamedToOthers) {
   expect({{{"stand", "--robot", "dog", "--control-timeout", "1"},
            4,
            {"error 2", "errno 16 (somebody else has control)", "held by robotctl@", "hint: "}}});
+  expect({{{"estop", "--robot", "dog", "--control-timeout", "1", "-q"}, 4, {"NOT stopped yet: "}}});
   const Outcome json = run({"stand", "--robot", "dog", "--control-timeout", "1", "--json", "-q"});
   Json::Value failure;
   std::istringstream(json.text) >> failure;
@@ -246,6 +249,7 @@ TEST(RobotctlWalk, CtrlCStopsTheRobotAndGivesControlBack) {
   const Walking dog;
   dog.walk->signal(SIGINT);
   EXPECT_EQ(dog.walk->finish(kExitMs), 130) << dog.walk->output();
+  EXPECT_THAT(dog.walk->output(), HasSubstr("robot dog: stopped; control given back"));
   EXPECT_TRUE(isFree("dog"));
   EXPECT_TRUE(waitUntil([] { return postureOf("dog") == "standing"; }, kLimitMs));
 }

@@ -208,6 +208,9 @@ TEST(DrivePicture, ShowsWhatIsSentAndWhatWasLost) {
   for (const char* piece : {"+0.40", "-0.60", "70 %", "emergency stop", "in control", "event 30"}) {
     EXPECT_THAT(text, HasSubstr(piece));
   }
+  RobotModel stopped = walkingRobot();
+  stopped.state["posture"] = "emergencyStop";
+  EXPECT_THAT(joined(drawDrive(stopped, drive, {80, 24})), HasSubstr("latched; r recovers"));
   drive.hold = Hold::kLost;
   drive.lost = "control lost: revoked or taken by another (error 5)";
   text = joined(drawDrive(walkingRobot(), drive, {80, 24}));

@@ -85,7 +85,17 @@ ExitCode drive(Context& context) {
   robot.take();
   feed.start(robot);
   DriveSession session(robot, feed, limits);
-  driveOnScreen(context, robot, feed, session);
+  const auto sayWhatStays = [&] {
+    if (!feed.snapshot().emergencyStopped()) return;
+    context.output.note(robot.name() + ": emergency stop latched; robotctl recover lifts it");
+  };
+  try {
+    driveOnScreen(context, robot, feed, session);
+  } catch (...) {
+    sayWhatStays();
+    throw;
+  }
+  sayWhatStays();
   switch (session.hold()) {
     case Hold::kDriving:
       robot.release();
@@ -109,7 +119,7 @@ void addDrive(CLI::App& app, Context& context) {
   command.footer(
       "w s: forward, back   a d: turn   q e: step sideways   + -: faster, slower   space: stop\n"
       "u: stand up   l: lie down   r: recover   ESC or x: emergency stop   t: take control again\n"
-      "Ctrl-D: end\n\n"
+      "Ctrl-D: end   Ctrl-C: break off (status 130); both stop the robot and give control back\n\n"
       "A key that hasn't repeated for 600 ms counts as let go. If yours repeat later than that at\n"
       "first, the robot walks in jerks: shorten the delay (on X11: xset r rate 400 30).");
   context.onSelected(command, [&context] { return drive(context); });

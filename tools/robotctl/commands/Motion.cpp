@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cmath>
 #include <memory>
+#include <utility>
 
 #include "commands/Commands.h"
 #include "core/Documents.h"
@@ -27,7 +28,12 @@ struct Action {
   bool (Client::*call)(std::uint32_t timeoutMs);
   const char* posture;  // "": as soon as it stands still
   const char* footer;
+  bool urgent = false;  // whoever waits for control has to know that nothing has stopped yet
 };
+
+constexpr const char* kNeedsControl =
+    "It needs control: while another program holds it nothing is stopped. Then end that program\n"
+    "(Ctrl-C there), or use the robot's own switch.";
 
 constexpr std::array<Action, 5> kActions{{
     {"stand", "Has the robot stand up", "standing", &Client::standing, "standing", ""},
@@ -35,12 +41,13 @@ constexpr std::array<Action, 5> kActions{{
     {"recover", "Has the robot stand up from any pose; lifts an emergency stop", "recoveryStand",
      &Client::recoveryStand, "standing", ""},
     {"stop", "Has the robot stop walking", "stopMotionAction", &Client::stopMotionAction, "",
-     "A walk that another program keeps going ends when that program does: control is needed to "
-     "stop it."},
+     kNeedsControl, true},
     {"estop", "Emergency stop: the motors only damp until robotctl recover", "emergencyStopMotion",
      &Client::emergencyStopMotion, "emergencyStop",
-     "It needs control, and so about three seconds: it is no substitute for the robot's own "
-     "emergency switch."},
+     "It needs control, which takes about three seconds, and while another program holds it "
+     "nothing\n"
+     "is stopped: it is no substitute for the robot's own emergency switch.",
+     true},
 }};
 
 /// How it ended: a document with --json, else a note.
@@ -58,7 +65,7 @@ void tell(Context& context, const Robot& robot, const char* action, const Json::
 ExitCode perform(const Action& action, bool wait, Context& context) {
   Robot robot(context);
   robot.connect();
-  robot.take();
+  robot.take(action.urgent ? Robot::Waiting::kStillMoving : Robot::Waiting::kPatient);
   robot.request(action.request, [&](Client& client, std::uint32_t timeoutMs) {
     return (client.*action.call)(timeoutMs);
   });
@@ -83,11 +90,14 @@ ExitCode walk(const Walk& options, Context& context) {
   Robot robot(context);
   robot.connect();
   robot.take();
-  context.output.note("Walking for " + duration(options.forMs) + "; Ctrl-C stops ...");
+  bool accepted = false;
   const auto end = Clock::now() + std::chrono::milliseconds(options.forMs);
   for (auto now = Clock::now(); now < end; now = Clock::now()) {
     robot.walk(static_cast<float>(options.forward), static_cast<float>(options.left),
                static_cast<float>(options.turn));
+    if (!std::exchange(accepted, true)) {
+      context.output.note("Walking for " + duration(options.forMs) + "; Ctrl-C stops ...");
+    }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
     robot.pause(static_cast<std::uint32_t>(std::clamp<long long>(left, 0, kRefreshMs)));
   }

@@ -40,6 +40,9 @@ Failure notWritten(const std::system_error& error) {
   if (error.code() == std::errc::device_or_resource_busy) {
     hint = "another recording is writing this file";
   }
+  if (error.code() == std::errc::no_such_file_or_directory) {
+    hint = "the folder has to exist: mkdir -p makes one";
+  }
   return Failure(ExitCode::kSetup, error.what(), hint);
 }
 

@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +13,9 @@
 
 #include "commands/Commands.h"
 #include "core/Failure.h"
+#include "core/Robot.h"
+#include "core/Text.h"
+#include "doctor/Machine.h"
 
 namespace robotctl {
 namespace {
@@ -19,6 +23,11 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kProgram[] = "virtual-robot";
+// What it goes by where its options say nothing.
+constexpr char kDeviceId[] = "VR-0001";
+constexpr char kInterface[] = "lo";
+constexpr char kDomain[] = "42";  // the library knows no other
+constexpr std::uint32_t kLookMs = 700;
 /// From robotctl's own directory: beside it, where packages hide programs, in a build tree.
 constexpr const char* kPlaces[] = {".", "../libexec", "../../robot"};
 
@@ -80,10 +89,57 @@ std::vector<std::string> commandLine(const CommonOptions& options,
   return words;
 }
 
+/// What an option says, in either form.
+std::string valueOf(const std::vector<std::string>& words, const std::string& option,
+                    const std::string& otherwise) {
+  for (std::size_t at = 0; at < words.size(); ++at) {
+    if (words[at] == option && at + 1 < words.size()) return words[at + 1];
+    if (words[at].starts_with(option + '=')) return words[at].substr(option.size() + 1);
+  }
+  return otherwise;
+}
+
+/// Whether a robot with this device id answers where the new one would be.
+bool isTaken(Context& context, const std::string& deviceId, const std::string& interface) {
+  const CommonOptions before = context.options;
+  context.options.interface = interface;
+  bool taken = false;
+  try {
+    Robot service(context);
+    const auto isIt = [&](const FoundRobot& robot) { return robot.deviceNo == deviceId; };
+    const auto among = [&](const std::vector<FoundRobot>& robots) {
+      return std::any_of(robots.begin(), robots.end(), isIt);
+    };
+    taken = among(service.discover(kLookMs, among));
+  } catch (const Failure&) {
+    // What keeps this machine from looking the robot itself says better.
+  }
+  context.options = before;
+  return taken;
+}
+
+/// Two robots with one device id can't be told apart: they would both do what one is told.
+void refuseSecond(Context& context, const std::vector<std::string>& words) {
+  constexpr std::array<const char*, 4> kStartNone{"tell", "--help", "-h", "--version"};
+  const bool starts = std::none_of(kStartNone.begin(), kStartNone.end(),
+                                   [&](const char* word) { return has(words, word); });
+  const bool host = !has(words, "--board") || has(words, "--host");
+  if (!starts || !host || valueOf(words, "--domain", kDomain) != kDomain) return;
+  if (doctor::lookAtMachine(context.options).board) return;
+  const std::string deviceId = valueOf(words, "--device-id", kDeviceId);
+  const std::string interface = valueOf(words, "--interface", kInterface);
+  if (!isTaken(context, deviceId, interface)) return;
+  throw Failure(ExitCode::kRefused,
+                "a robot " + printable(deviceId) + " answers on " + printable(interface) +
+                    " already; two with one device id can't be told apart",
+                "another name: robotctl sim --device-id NAME");
+}
+
 /// Becomes the virtual robot: terminal, signals and exit status are its own.
-ExitCode becomeRobot(const Context& context, const std::vector<std::string>& given) {
+ExitCode becomeRobot(Context& context, const std::vector<std::string>& given) {
   const fs::path program = findProgram();
   std::vector<std::string> words = commandLine(context.options, given);
+  refuseSecond(context, words);
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());

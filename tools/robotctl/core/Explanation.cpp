@@ -36,6 +36,8 @@ constexpr std::array<Verdict, 10> kVerdicts{{
     {10, ExitCode::kUsage, "the text has to be JSON"},
 }};
 
+constexpr std::uint32_t kOutOfRange = 34;
+
 struct Cure {
   std::uint32_t reason;
   const char* hint;
@@ -49,7 +51,7 @@ constexpr std::array<Cure, 9> kCures{{
     {22, "robotctl info tells what the robot can do"},
     {28, "robotctl audio delete NAME makes room"},
     {29, kHolderHint},
-    {34, "robotctl info tells the ranges"},
+    {kOutOfRange, "robotctl info tells the ranges"},
     {38, "robotctl info tells what the robot can do"},
 }};
 
@@ -81,6 +83,12 @@ const Json::Value& ownRefusal(const FailedRequest& failed) {
 }
 
 std::string cureFor(std::uint32_t reason, const FailedRequest& failed) {
+  if (reason == kOutOfRange && failed.request == "velocityMove") {
+    return "VX is lineVelocityX, VY lineVelocityY, WZ velocity; robotctl info tells the ranges";
+  }
+  if (reason == kOutOfRange && failed.request == "setCameraLightBrightness") {
+    return "robotctl light set --help tells what it takes";
+  }
   if (reason == 11 && isMedia(failed.request)) return "robotctl audio detail tells what is played";
   if (reason == 11) {
     const std::string posture = textAt(failed.motionState, "posture");

@@ -141,13 +141,19 @@ bool Robot::onBoard() const {
 void Robot::close() noexcept {
   try {
     if (client_) {
-      if (walking_ && inControl() &&
-          !client_->stopMotionAction(std::min(context_.options.timeoutMs, kLastStopMs))) {
+      const bool held = controls_ && inControl();
+      const bool stopped =
+          !walking_ || !inControl() ||
+          client_->stopMotionAction(std::min(context_.options.timeoutMs, kLastStopMs));
+      if (!stopped) {
         context_.output.warning(name_ +
                                 " didn't answer the last stop; a walk that isn't refreshed "
                                 "ends within a second by itself");
       }
       client_->disconnect();  // gives control back
+      if (held && stopped && context_.interrupts.requested()) {
+        context_.output.note(name_ + ": " + (walking_ ? "stopped; " : "") + "control given back");
+      }
       client_.reset();
     }
     if (started_) service_->shutdown();

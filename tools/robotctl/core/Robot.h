@@ -94,8 +94,13 @@ class Robot {
   void connect(RobotCallbacks callbacks = {}, std::uint32_t leaseMs = 10000);
   /// Switches the observed streams. Failure like `request`.
   void enableStreams(bool motion, bool sensor);
+  enum class Waiting {
+    kPatient,
+    kStillMoving,  ///< it is to stop a robot: that another program's hold keeps it from that is
+                   ///< told
+  };
   /// Takes control and waits for it, --control-timeout at most. kNoControl, with who holds it.
-  void take();
+  void take(Waiting waiting = Waiting::kPatient);
   /// Gives it back and waits until that is done (5 s at most; then kNoAnswer).
   void release();
   /// The newest (state, code) that the library reported; (1, 0) after connect. Any thread.

@@ -68,9 +68,13 @@ void Robot::enableStreams(bool motion, bool sensor) {
   });
 }
 
-void Robot::take() {
+void Robot::take(Waiting waiting) {
   const std::uint32_t limitMs = context_.options.controlMs;
   if (const std::string holder = describeHolder(motionState()); !holder.empty()) {
+    if (waiting == Waiting::kStillMoving) {
+      context_.output.warning("NOT stopped yet: " + holder + " holds control of " + name_ +
+                              "; Ctrl-C there, or the robot's own switch");
+    }
     context_.output.note("Control of " + name_ + " is held by " + holder + "; waiting up to " +
                          duration(limitMs) + " for it ...");
   } else {

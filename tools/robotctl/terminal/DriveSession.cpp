@@ -208,7 +208,10 @@ void DriveSession::emergencyStop() {
   const bool done = attempt("emergencyStopMotion", [](Robot::Client& client) {
                       return client.emergencyStopMotion(kAnswerMs);
                     }) == Outcome::kAccepted;
-  if (done) walking_ = false;
+  if (done) {
+    walking_ = false;
+    feed_.askNow();
+  }
   feed_.note("drive",
              done ? "emergency stop; r recovers" : "the emergency stop did NOT reach the robot",
              true);

@@ -13,10 +13,14 @@ constexpr int kVelocityRow = 7;
 constexpr int kKeysRow = 12;
 constexpr int kPlanColumn = 51;
 
-void drawHold(Canvas& canvas, const DriveStatus& drive) {
+void drawHold(Canvas& canvas, const RobotModel& model, const DriveStatus& drive) {
   const int width = canvas.size().columns;
   switch (drive.hold) {
     case Hold::kDriving:
+      if (model.emergencyStopped()) {
+        labelled(canvas, 1, width, "Drive", "emergency stop latched; r recovers", Style::kBad);
+        return;
+      }
       labelled(canvas, 1, width, "Drive", "in control; hold a key to walk", Style::kGood);
       return;
     case Hold::kSilent:
@@ -56,12 +60,13 @@ void drawVelocity(Canvas& canvas, const DriveStatus& drive) {
 }
 
 void drawKeys(Canvas& canvas) {
-  static constexpr std::array<std::array<const char*, 4>, 5> kKeys{
+  static constexpr std::array<std::array<const char*, 4>, 6> kKeys{
       {{"w s", "forward, back", "u", "stands up"},
        {"a d", "turn left, right", "l", "lies down"},
        {"q e", "step left, right", "r", "recovers"},
        {"+ -", "faster, slower", "ESC x", "emergency stop"},
-       {"space", "stops", "Ctrl-D", "ends"}}};
+       {"space", "stops", "Ctrl-D", "ends"},
+       {"t", "control again", "Ctrl-C", "breaks off"}}};
   int row = kKeysRow;
   for (const auto& [left, leftText, right, rightText] : kKeys) {
     canvas.text(0, row, left, Style::kStrong);
@@ -79,7 +84,7 @@ Canvas drawDrive(const RobotModel& model, const DriveStatus& drive, Size size) {
   const int width = canvas.size().columns;
   const int below = kKeysRow + 6;
   drawTitle(canvas, "drive", "let go to stop", model);
-  drawHold(canvas, drive);
+  drawHold(canvas, model, drive);
   const bool lost = model.silent() || !model.answers;
   labelled(canvas, 2, width, "Link", linkText(model), lost ? Style::kBad : Style::kPlain);
   drawControl(canvas, 3, width, model);

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <ctime>
 
+#include "core/Documents.h"
 #include "core/Text.h"
 
 namespace robotctl {
@@ -54,6 +55,10 @@ void Path::add(const orvane::RobotSdk::ObservedOdometry& odometry) {
 
 std::uint64_t RobotModel::heardMs() const {
   return std::max({stateMs, motionMs, sensorMs});
+}
+
+bool RobotModel::emergencyStopped() const {
+  return textAt(state, "posture") == "emergencyStop";
 }
 
 std::size_t RobotModel::motorCount() const {

@@ -86,6 +86,8 @@ struct RobotModel {
   [[nodiscard]] std::uint64_t heardMs() const;
   /// Nothing has come for so long that a robot that is there would have been heard.
   [[nodiscard]] bool silent() const { return nowMs > heardMs() + kSilentMs; }
+  /// An emergency stop is in force, as far as the robot has told.
+  [[nodiscard]] bool emergencyStopped() const;
   /// Entries of `motion` that hold a motor.
   [[nodiscard]] std::size_t motorCount() const;
   [[nodiscard]] std::string jointName(std::size_t motor) const;
