@@ -42,7 +42,8 @@ build: build/dev/build.ninja
 	$(call CMAKE_BUILD,dev)
 
 robotctl: build/dev/build.ninja
-	$(call CMAKE_BUILD,dev) --target robotctl virtual-robot minimal walk_square joint_loop joint_trace
+	$(call CMAKE_BUILD,dev) --target robotctl virtual-robot minimal walk_square joint_loop joint_trace \
+	  low_level_stand
 
 docs: setup
 	cmake --preset dev

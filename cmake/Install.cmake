@@ -70,7 +70,7 @@ orvane_install_gzipped(tools robot/virtual-robot.1 ${CMAKE_INSTALL_MANDIR}/man1 
 
 install(FILES README.md CHANGELOG.md DESTINATION ${documentation_dir} COMPONENT documentation)
 install(DIRECTORY docs/ DESTINATION ${documentation_dir}/docs COMPONENT documentation
-  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.png" PATTERN "*.gif")
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.png" PATTERN "*.gif" PATTERN "*.webp")
 install(DIRECTORY ${PROJECT_BINARY_DIR}/docs/html DESTINATION ${documentation_dir} COMPONENT documentation
   OPTIONAL)
 # Without what only this tree can use; the list of targets is one for the installed library.

@@ -116,6 +116,9 @@ orvane_package(documentation robotmotionsdk-doc doc
 sources of the examples, which build against the installed library.")
 
 set(CPACK_DEBIAN_DOCUMENTATION_PACKAGE_ARCHITECTURE all)
+if(ORVANE_HAS_PICTURES)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS libosmesa6)  # virtual-robot --render loads it when it is asked for
+endif()
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "robotmotionsdk-doc, robotmotionsdk-tools")
 
 include(CPack)

@@ -1,15 +1,22 @@
-# orvane_test(NAME [BOARD [OPTIONS ...]] SOURCES ... LIBS ... [TIMEOUT seconds] [ARGS ...])
+# orvane_test(NAME [BOARD [OPTIONS ...]] SOURCES ... LIBS ... [TIMEOUT seconds] [ARGS ...] [PARTS n])
 # One test program, run by ctest in namespaces of its own: loopback with multicast, its own /tmp and
 # /dev/shm. Nothing it does reaches another interface or another test. With BOARD it finds itself on the
-# robot board (tools/board-sandbox, OPTIONS are the sandbox's).
+# robot board (tools/board-sandbox, OPTIONS are the sandbox's). With PARTS ctest has it as NAME_1 to NAME_n, each
+# with its share of the cases, so that one that computes for long has every core.
 function(orvane_test name)
-  cmake_parse_arguments(T "BOARD" "TIMEOUT" "SOURCES;LIBS;ARGS;OPTIONS" ${ARGN})
+  cmake_parse_arguments(T "BOARD" "TIMEOUT;PARTS" "SOURCES;LIBS;ARGS;OPTIONS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   target_link_libraries(${name} PRIVATE orvane_options ${T_LIBS} GTest::gmock GTest::gtest_main)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
   set(command COMMAND $<TARGET_FILE:${name}> ${T_ARGS} TIMEOUT ${T_TIMEOUT})
   if(T_BOARD)
     orvane_add_board_test(${name} OPTIONS ${T_OPTIONS} ${command})
+  elseif(T_PARTS)
+    foreach(part RANGE 1 ${T_PARTS})
+      math(EXPR index "${part} - 1")
+      orvane_add_isolated_test(${name}_${part} TIMEOUT ${T_TIMEOUT} COMMAND
+        env GTEST_TOTAL_SHARDS=${T_PARTS} GTEST_SHARD_INDEX=${index} $<TARGET_FILE:${name}> ${T_ARGS})
+    endforeach()
   else()
     orvane_add_isolated_test(${name} ${command})
   endif()

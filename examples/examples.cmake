@@ -24,3 +24,9 @@ orvane_example(joint_trace
   joint_trace/main.cpp
   joint_trace/Motion.cpp
   joint_trace/SvgPlot.cpp)
+
+orvane_example(low_level_stand
+  low_level_stand/main.cpp
+  low_level_stand/Leg.cpp
+  low_level_stand/Pilot.cpp
+  low_level_stand/Verdict.cpp)

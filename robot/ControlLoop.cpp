@@ -37,6 +37,8 @@ void ControlLoop::stop() {
 
 void ControlLoop::run() {
   std::uint64_t deadlineUs = CTime::getCurrentMicroSecond();
+  const std::uint64_t beginUs = deadlineUs;
+  std::uint64_t simulatedUs = 0;
   BodyState seen;
   for (;;) {
     std::uint32_t sessionHz = 0;
@@ -49,11 +51,32 @@ void ControlLoop::run() {
       seen = robot.body();
     }
     for (Publisher* publisher : publishers_) publisher->publish(seen, stepUs, sessionHz);
+    simulatedUs += stepUs;
     deadlineUs += stepUs;
     const std::uint64_t nowUs = CTime::getCurrentMicroSecond();
+    note(nowUs > deadlineUs, simulatedUs, nowUs - beginUs);
     if (nowUs > deadlineUs + kMostCaughtUpUs) deadlineUs = nowUs;
     if (waitUntil(deadlineUs)) return;
   }
+}
+
+void ControlLoop::note(bool late, std::uint64_t simulatedUs, std::uint64_t passedUs) {
+  steps_.fetch_add(1, std::memory_order_relaxed);
+  if (late) lateSteps_.fetch_add(1, std::memory_order_relaxed);
+  simulatedUs_.store(simulatedUs, std::memory_order_relaxed);
+  passedUs_.store(passedUs, std::memory_order_relaxed);
+}
+
+Pace ControlLoop::pace() const {
+  Pace pace;
+  pace.steps = steps_.load(std::memory_order_relaxed);
+  const auto passed = static_cast<double>(passedUs_.load(std::memory_order_relaxed));
+  if (pace.steps == 0 || passed <= 0) return pace;
+  pace.latePercent = 100.0 * static_cast<double>(lateSteps_.load(std::memory_order_relaxed)) /
+                     static_cast<double>(pace.steps);
+  // The last step's own time has passed only when the next is due.
+  pace.realTimeFactor = static_cast<double>(simulatedUs_.load(std::memory_order_relaxed)) / passed;
+  return pace;
 }
 
 bool ControlLoop::waitUntil(std::uint64_t deadlineUs) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -9,6 +10,13 @@
 #include "publish/Publisher.h"
 
 namespace orvane::robot {
+
+/// How the robot's time went beside the clock's.
+struct Pace {
+  double realTimeFactor = 1;  ///< time that passed for the robot, per time that passed
+  double latePercent = 0;     ///< share of the steps that ended after the next was due
+  std::uint64_t steps = 0;
+};
 
 /// The robot's heartbeat: 500 times a second, or as often as a low-level session wants to see the
 /// robot if that is more, it lets time pass for motion controller, motors and body and publishes
@@ -30,9 +38,12 @@ class ControlLoop {
   [[nodiscard]] bool start() { return thread_.createThread(); }
   /// Returns when the loop has ended, within a few steps.
   void stop();
+  /// Since the start. On any thread.
+  [[nodiscard]] Pace pace() const;
 
  private:
   void run();
+  void note(bool late, std::uint64_t simulatedUs, std::uint64_t passedUs);
   [[nodiscard]] bool waitUntil(std::uint64_t deadlineUs);
 
   RobotCore& core_;
@@ -40,6 +51,11 @@ class ControlLoop {
   Pexal::PBase::CMutex mutex_;
   Pexal::PBase::CCondition stopAsked_;
   bool stopping_ = false;
+  // For pace(): written by the thread only, each by itself.
+  std::atomic<std::uint64_t> steps_{0};
+  std::atomic<std::uint64_t> lateSteps_{0};
+  std::atomic<std::uint64_t> simulatedUs_{0};
+  std::atomic<std::uint64_t> passedUs_{0};
   Pexal::PBase::CThreadLite thread_;
 };
 

@@ -27,11 +27,33 @@ struct SimulationSettings {
   std::string gamepad;  ///< script, joystick device or FIFO of its events; empty: no remote control
 };
 
+/// What the robot moves.
+enum class BodyKind {
+  kKinematic,  ///< no weight: follows its commands; cheap enough for fleets
+  kPhysics,    ///< motors, contacts and weight; only where the program was built with MuJoCo
+};
+#ifdef ORVANE_WITH_PHYSICS
+inline constexpr bool kHasPhysics = true;
+#else
+inline constexpr bool kHasPhysics = false;
+#endif
+
+/// Pictures of a physical body.
+struct RenderSettings {
+  /// Ends in .png: one picture, renewed each second; in .webp: an animation. Empty: none. One robot
+  /// in a process can have one.
+  std::string file;
+  double seconds = 20;  ///< that an animation lasts at most, 1 to 600
+};
+
 struct RobotSettings {
   std::string deviceId = "VR-0001";  ///< 1 to 64 letters, digits, '-', '_', '.' or ':'
   std::set<Deployment> deployments{Deployment::kHost};  ///< at least one
-  double chargePercent = 100;                           ///< of the battery at the start
-  std::string version = "1.0.0";                        ///< that it tells of itself
+  BodyKind body = BodyKind::kKinematic;
+  std::uint32_t seed = 0;  ///< of a physical body: which one of many, 0: as drawn
+  RenderSettings render;
+  double chargePercent = 100;       ///< of the battery at the start
+  std::string version = "1.0.0";    ///< that it tells of itself
   std::vector<std::string> faults;  ///< carried out when it starts, see parseFault
 
   // For external hosts only.

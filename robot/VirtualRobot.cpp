@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "body/KinematicBody.h"
+#include "BodyFactory.h"
 #include "servers/RequestServer.h"
 #include "sides/BoardSide.h"
 #include "sides/HostSide.h"
@@ -12,8 +12,7 @@ namespace orvane::robot {
 VirtualRobot::VirtualRobot(RobotSettings settings)
     : settings_(std::move(settings)),
       outboxes_(std::make_shared<EventOutboxes>(settings_.deviceId)),
-      core_(std::make_shared<RobotCore>(std::make_unique<KinematicBody>(settings_.chargePercent),
-                                        outboxes_)),
+      core_(std::make_shared<RobotCore>(makeBody(settings_, &film_), outboxes_)),
       faults_(std::make_shared<Faults>(
           core_, std::make_shared<RequestServer>(core_, settings_.deviceId))) {
   core_->access().version() = settings_.version;
@@ -84,7 +83,11 @@ void VirtualRobot::stop() {
     robot.arbiter().revoke(robot.nowMs());
     robot.session().end(WorkModeSession::End::kRevoked);
   }
-  loop_.reset();
+  if (loop_) {
+    loop_->stop();
+    pace_ = loop_->pace();
+    loop_.reset();
+  }
   for (const auto& side : sides_) side->close();
 }
 

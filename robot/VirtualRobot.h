@@ -9,6 +9,7 @@
 #include "EventOutbox.h"
 #include "RobotCore.h"
 #include "RobotSettings.h"
+#include "body/Film.h"
 #include "faults/Faults.h"
 #include "motion/MotionController.h"
 #include "sides/Side.h"
@@ -59,11 +60,13 @@ struct RobotStatus {
 ///
 /// Threading contract: start and stop on one thread; access and status on any thread between them.
 /// The robot's threads are the control loop, one event sender per side, one per request server, two
-/// for scripted faults (their service, their timetable), one for motor commands from other machines
-/// and one for the game pad, where there are such, and the buses' workers; they meet at the
-/// robot mutex (see RobotCore), which none holds while it waits.
+/// for scripted faults (their service, their timetable), one for motor commands from other
+/// machines, one for the game pad and one for pictures, where there are such, and the buses'
+/// workers; they meet at the robot mutex (see RobotCore), which none holds while it waits.
 class VirtualRobot {
  public:
+  /// Throws std::runtime_error with a sentence for people when this program can't make the body or
+  /// the pictures that the settings ask for.
   explicit VirtualRobot(RobotSettings settings);
   ~VirtualRobot();
   VirtualRobot(const VirtualRobot&) = delete;
@@ -77,6 +80,10 @@ class VirtualRobot {
   void stop();
 
   [[nodiscard]] RobotStatus status();
+  /// How its time went, from start to stop. On the owner's thread.
+  [[nodiscard]] Pace pace() const { return loop_ ? loop_->pace() : pace_; }
+  /// Its pictures; null when the settings ask for none. On the owner's thread.
+  [[nodiscard]] Film* film() { return film_.get(); }
   /// The robot's inside, for tests.
   [[nodiscard]] RobotCore::Access access() { return core_->access(); }
   /// What goes wrong with it, for tests of those who must cope with that.
@@ -91,10 +98,12 @@ class VirtualRobot {
   bool used_ = false;
   bool running_ = false;
   const std::shared_ptr<EventOutboxes> outboxes_;
+  std::shared_ptr<Film> film_;  // set while core_ is made
   const std::shared_ptr<RobotCore> core_;
   const std::shared_ptr<Faults> faults_;
   std::vector<std::unique_ptr<Side>> sides_;
   std::unique_ptr<ControlLoop> loop_;
+  Pace pace_;  // of a loop that has ended
 };
 
 }  // namespace orvane::robot

@@ -6,7 +6,9 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <initializer_list>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -59,6 +61,10 @@ CLI::App& describeTell(CLI::App& app, Options& options) {
   return tell;
 }
 
+const char* bodyOf(const RobotSettings& robot) {
+  return robot.body == BodyKind::kPhysics ? "physics" : "kinematic";
+}
+
 void describe(CLI::App& app, Options& options) {
   app.description(
       "A four-legged robot without the robot: serves on DDS what a real one serves, so that\n"
@@ -81,6 +87,27 @@ void describe(CLI::App& app, Options& options) {
   app.add_option("--loss", options.robot.lossPercent,
                  "Loses that share of its packets, percent: 0 to 100 in steps of 0.1");
   describeSimulation(app, options.robot.simulation);
+  app.add_option(
+         "--body", options.robot.body,
+         "kinematic: follows its commands, cheap enough for fleets; physics: has weight, and\n"
+         "falls when its legs don't carry it. Default: physics where MuJoCo was there to build "
+         "with")
+      ->transform(CLI::CheckedTransformer(std::map<std::string, BodyKind>{
+          {"kinematic", BodyKind::kKinematic}, {"physics", BodyKind::kPhysics}}))
+      ->default_str(bodyOf(options.robot));
+  app.add_option(
+         "--seed", options.robot.seed,
+         "With physics: one robot of many that differ in weight, friction and noise; 0: as drawn")
+      ->capture_default_str();
+  CLI::Option* const render = app.add_option(
+      "--render", options.robot.render.file,
+      "Pictures of its body with physics, no screen needed: FILE.png is renewed each second,\n"
+      "FILE.webp is an animation, written when it is full or the robot ends");
+  app.add_option("--render-seconds", options.robot.render.seconds,
+                 "How long the animation lasts at most; it pauses while nothing moves")
+      ->capture_default_str()
+      ->check(CLI::Range(1.0, 600.0))
+      ->needs(render);
   app.add_option("--robot-version", options.robot.version,
                  "Version that it tells of itself, to see what applications make of another one")
       ->capture_default_str();
@@ -100,8 +127,19 @@ void refuse(const CLI::App& app, const Options& options, const char* why) {
 void settle(const CLI::App& app, const CLI::App& tellApp, Options& options) {
   if (tellApp.parsed()) {
     const char* const why = "is for a robot that starts; it doesn't go with tell";
-    refuse(app, Names{"--fault", "--loss", "--host", "--robot-version"}, why);
+    refuse(app,
+           Names{"--fault", "--loss", "--host", "--robot-version", "--body", "--seed", "--render"},
+           why);
     refuse(app, kSimulationOptions, why);
+  }
+  if (options.robot.body != BodyKind::kPhysics) {
+    refuse(app, Names{"--seed", "--render"}, "is for --body physics");
+  }
+  if (app.count("--render") > 0 && options.robot.render.file.empty()) {
+    refuse(app, Names{"--render"}, "names no file");
+  }
+  if (options.robot.render.file.ends_with(".png")) {
+    refuse(app, Names{"--render-seconds"}, "is for an animation, FILE.webp");
   }
   if (!options.board) return;
   options.robot.deployments = {Deployment::kBoard};
@@ -137,6 +175,18 @@ void logTo(bool verbose, bool besideStatusLine) {
       });
 }
 
+/// Ends the film, if there is one. False: what came of it isn't in the file.
+bool tellOfPictures(Film* film, const std::string& file) {
+  if (film == nullptr) return true;
+  const FilmReport report = film->finish();
+  if (!report.error.empty()) {
+    std::fprintf(stderr, "virtual-robot: %s\n", report.error.c_str());
+    return false;
+  }
+  std::printf("%s: %zu pictures, %.1f s\n", file.c_str(), report.pictures, report.seconds);
+  return true;
+}
+
 int run(const Options& options) {
   const SignalWaiter signals;
   const bool terminal = isatty(STDOUT_FILENO) != 0;
@@ -149,7 +199,8 @@ int run(const Options& options) {
     std::fprintf(stderr, "virtual-robot: %s\n", error.c_str());
     return 1;
   }
-  std::printf("ready: %s %s\n", options.robot.deviceId.c_str(), placeOf(options.robot).c_str());
+  std::printf("ready: %s %s, %s body\n", options.robot.deviceId.c_str(),
+              placeOf(options.robot).c_str(), bodyOf(options.robot));
   std::fflush(stdout);
 
   StatusLine line(options.robot.deviceId, terminal);
@@ -158,7 +209,11 @@ int run(const Options& options) {
   } while (!signals.wait(kRefreshMs));
   line.finish();
   robot.stop();
-  return 0;
+  const bool rendered = tellOfPictures(robot.film(), options.robot.render.file);
+  const Pace pace = robot.pace();
+  std::printf("real-time factor %.3f, %.2f %% of %llu steps late\n", pace.realTimeFactor,
+              pace.latePercent, static_cast<unsigned long long>(pace.steps));
+  return rendered ? 0 : 1;
 }
 
 }  // namespace
@@ -166,6 +221,7 @@ int run(const Options& options) {
 int main(int argc, char** argv) {
   Options options;
   options.robot.simulation = simulationFromEnvironment();
+  options.robot.body = kHasPhysics ? BodyKind::kPhysics : BodyKind::kKinematic;
   CLI::App app("", "virtual-robot");
   describe(app, options);
   const CLI::App& tellApp = describeTell(app, options);
@@ -175,7 +231,12 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   }
-  if (!tellApp.parsed()) return run(options);
+  try {
+    if (!tellApp.parsed()) return run(options);
+  } catch (const std::exception& error) {  // a body that can't be made
+    std::fprintf(stderr, "virtual-robot: %s\n", error.what());
+    return 1;
+  }
   logTo(options.verbose, false);
   return tell(options.robot, options.commands, options.timeoutMs);
 }

@@ -8,7 +8,8 @@ add_executable(sdk_client integration/programs/sdk_client.cpp)
 target_include_directories(sdk_client PRIVATE integration)
 target_link_libraries(sdk_client PRIVATE orvane_options robotMotionSdk Threads::Threads)
 
-set(sdk_test_programs sdk_client virtual-robot minimal walk_square joint_trace)
+set(sdk_test_programs sdk_client virtual-robot minimal walk_square joint_trace
+  low_level_stand)
 add_dependencies(sdk_test_support ${sdk_test_programs})
 foreach(program ${sdk_test_programs})
   string(TOUPPER ${program} macro)

@@ -15,6 +15,8 @@ constexpr const char* kProcessorIds[] = {"processor.idle", "processor.observing"
 constexpr const char* kSimulationIds[] = {
     "simulation.publish.raw", "simulation.publish.tight.raw", "simulation.publish.allocations",
     "simulation.observed.raw", "simulation.observed.raw_caller"};
+constexpr const char* kBodyIds[] = {"body.step.1",   "body.step.4",   "body.step.16",
+                                    "body.second.1", "body.second.4", "body.second.16"};
 constexpr const char* kSoakIds[] = {"soak.query_motion_state.raw"};
 
 constexpr Case kCases[] = {{"rpc", measureRoundTrip, false, kRoundTripIds},
@@ -23,6 +25,7 @@ constexpr Case kCases[] = {{"rpc", measureRoundTrip, false, kRoundTripIds},
                            {"fleet", measureFleet, false, kFleetIds},
                            {"processor", measureProcessor, false, kProcessorIds},
                            {"simulation", measureSimulation, false, kSimulationIds},
+                           {"body", measureBody, false, kBodyIds},
                            {"soak", measureSoak, true, kSoakIds}};
 
 }  // namespace
@@ -32,8 +35,8 @@ std::span<const Case> hostCases() {
 }
 
 Child startRobot(const std::string& device) {
-  return Child::server({VIRTUAL_ROBOT, "--device-id", device, "--interface", "lo", "--domain",
-                        std::to_string(kHostDomain)},
+  return Child::server({VIRTUAL_ROBOT, "--device-id", device, "--body", "kinematic", "--interface",
+                        "lo", "--domain", std::to_string(kHostDomain)},
                        "ready:");
 }
 

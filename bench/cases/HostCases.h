@@ -18,6 +18,7 @@ std::vector<Row> measureStart(const Plan& plan);
 std::vector<Row> measureFleet(const Plan& plan);
 std::vector<Row> measureProcessor(const Plan& plan);
 std::vector<Row> measureSimulation(const Plan& plan);
+std::vector<Row> measureBody(const Plan& plan);
 std::vector<Row> measureSoak(const Plan& plan);
 
 inline constexpr std::uint32_t kHostDomain = 42;  ///< the library's

@@ -15,6 +15,7 @@ endfunction()
 example(minimal)
 example(joint_loop)
 example(joint_trace)
+example(low_level_stand)
 
 # walk_square reads the robot's answers, which are JSON text, with jsoncpp.
 find_package(PkgConfig)

@@ -38,6 +38,8 @@ struct BodyCommand {
   double height = 0;      ///< of the hips above the ground, m
   double stepHeight = 0;  ///< lift of a swinging foot, m
   Twist velocity;
+  /// True: get up from a fall, onto the belly; of all that stands above only `powered` counts then.
+  bool recover = false;
   /// Not null: each motor on its own, in place of all that stands above but `powered`. Lives at
   /// least for the length of the step.
   const JointCommands* joints = nullptr;
@@ -72,11 +74,14 @@ struct BatteryState {
 /// was made, z up.
 struct BodyState {
   bool powered = false;
-  double height = 0;                         ///< of the hips above the ground, m
-  Twist velocity;                            ///< true velocity, body frame
-  Vector3 position{};                        ///< world, m; z is the height
-  Vector3 worldVelocity{};                   ///< world, m/s
-  double yaw = 0;                            ///< rad, in (-pi, pi]
+  bool still = true;        ///< nothing moves, no step is under way
+  bool down = true;         ///< lies still on its belly, legs under it: from there it can stand up
+  bool fallen = false;      ///< its legs can't carry it: tilted too far, or lies with legs astray
+  double height = 0;        ///< of the hips above the ground, m
+  Twist velocity;           ///< true velocity, body frame
+  Vector3 position{};       ///< world, m; z is the height
+  Vector3 worldVelocity{};  ///< world, m/s
+  double yaw = 0;           ///< rad, in (-pi, pi]
   std::array<JointState, kJoints> joints{};  ///< leg by leg: hip, thigh, calf
   std::array<double, kLegs> footPhase{};     ///< 0..1 through stance (below 0.5) and swing
   ImuState imu;

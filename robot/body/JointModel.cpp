@@ -7,7 +7,6 @@
 namespace orvane::robot {
 namespace {
 
-constexpr double kGravity = 9.81;
 constexpr double kLoadedAbove = 0.05;     // m above lying from which the legs carry everything
 constexpr double kGroundSoftness = 0.02;  // m over which a leg takes its load
 constexpr double kFreeInertia = 0.03;     // kg m^2, of a joint whose leg hangs in the air

@@ -5,11 +5,10 @@
 
 #include "body/JointModel.h"
 #include "body/LegKinematics.h"
+#include "body/Upkeep.h"
 
 namespace orvane::robot {
 namespace {
-
-constexpr double kGravity = 9.81;
 
 // How fast a velocity may change: when it grows, when it shrinks or turns round, and when the
 // motors only damp. Linear in m/s^2, angular in rad/s^2.
@@ -28,20 +27,18 @@ constexpr double kHeightAcceleration = 1.0;  // m/s^2
 constexpr double kFallSpeed = 3.0;           // m/s, the fastest that legs move the body
 constexpr double kFoldSpeed = 1.5;           // rad/s, back from a pose that joints were led to
 
-constexpr double kGaitRoll = 0.012;   // rad
-constexpr double kGaitPitch = 0.008;  // rad
-constexpr double kMoving = 1e-3;      // m/s or rad/s
+constexpr double kGaitRoll = 0.012;       // rad
+constexpr double kGaitPitch = 0.008;      // rad
+constexpr double kMoving = 1e-3;          // m/s or rad/s
+constexpr double kStandstill = 0.005;     // m/s and rad/s
+constexpr double kHeightReached = 0.004;  // m
 
-constexpr double kAmbient = 25;
-constexpr double kHeatPerTorqueSquared = 0.14;  // degrees per (N m)^2, after a long time
-constexpr double kHeatSeconds = 120;
-constexpr double kIdleWatts = 28;
-constexpr double kDriveWatts = 32;
-constexpr double kWattsPerTorqueSquared = 0.08;
 constexpr double kDampingTorque = 0.25;  // N m per rad/s
 
-constexpr double kFieldNorth = 20.0;  // microtesla, along world x
-constexpr double kFieldDown = 44.0;
+bool standsStill(const Twist& velocity) {
+  return std::abs(velocity.x) < kStandstill && std::abs(velocity.y) < kStandstill &&
+         std::abs(velocity.yaw) < kStandstill;
+}
 
 double approach(double value, double target, double largestChange) {
   return value + std::clamp(target - value, -largestChange, largestChange);
@@ -51,11 +48,6 @@ double slewed(double value, double target, const Slew& slew, bool powered, doubl
   const bool grows = value * target >= 0 && std::abs(target) > std::abs(value);
   const double rate = !powered ? slew.damped : grows ? slew.grow : slew.shrink;
   return approach(value, target, rate * seconds);
-}
-
-void warm(JointState& joint, double seconds) {
-  const double target = kAmbient + kHeatPerTorqueSquared * joint.torque * joint.torque;
-  joint.temperature += (target - joint.temperature) * seconds / kHeatSeconds;
 }
 
 double wrapped(double angle) {
@@ -69,17 +61,6 @@ std::array<double, 4> quaternionOf(const Vector3& euler) {
   const double cy = std::cos(euler[2] / 2), sy = std::sin(euler[2] / 2);
   return {cr * cp * cy + sr * sp * sy, sr * cp * cy - cr * sp * sy, cr * sp * cy + sr * cp * sy,
           cr * cp * sy - sr * sp * cy};
-}
-
-/// `world` as seen from a body with these angles.
-Vector3 intoBody(const Vector3& euler, const Vector3& world) {
-  const double cr = std::cos(euler[0]), sr = std::sin(euler[0]);
-  const double cp = std::cos(euler[1]), sp = std::sin(euler[1]);
-  const double cy = std::cos(euler[2]), sy = std::sin(euler[2]);
-  const double x = cy * world[0] + sy * world[1];
-  const double y = -sy * world[0] + cy * world[1];
-  const double z = world[2];
-  return {cp * x - sp * z, sr * sp * x + cr * y + sr * cp * z, cr * sp * x - sr * y + cr * cp * z};
 }
 
 }  // namespace
@@ -99,7 +80,7 @@ KinematicBody::KinematicBody(double chargePercent) : battery_(chargePercent) {
   }
   state_.battery = battery_.state();
   state_.imu.accel = {0, 0, kGravity};
-  state_.imu.magnetic = {kFieldNorth, 0, -kFieldDown};
+  state_.imu.magnetic = magneticField({});
 }
 
 void KinematicBody::step(const BodyCommand& command, double seconds) {
@@ -114,8 +95,10 @@ void KinematicBody::step(const BodyCommand& command, double seconds) {
     moveLegs(seconds);
   }
   jointByJoint_ = command.joints != nullptr;
+  state_.still = standsStill(state_.velocity);
+  state_.down = state_.still && state_.height < kLyingHeight + kHeightReached;
   sense(seconds);
-  battery_.draw(powerDrawn(), seconds);
+  battery_.draw(powerDrawn(state_), seconds);
   state_.battery = battery_.state();
 }
 
@@ -220,17 +203,7 @@ void KinematicBody::sense(double seconds) {
     force[axis] += (state_.worldVelocity[axis] - previousWorldVelocity_[axis]) / seconds;
   }
   imu.accel = intoBody(euler, force);
-  imu.magnetic = intoBody(euler, {kFieldNorth, 0, -kFieldDown});
-}
-
-double KinematicBody::powerDrawn() const {
-  double watts = kIdleWatts + (state_.powered ? kDriveWatts : 0);
-  if (!state_.powered) return watts;
-  for (const JointState& joint : state_.joints) {
-    watts += std::abs(joint.torque * joint.velocity) +
-             kWattsPerTorqueSquared * joint.torque * joint.torque;
-  }
-  return watts;
+  imu.magnetic = magneticField(euler);
 }
 
 }  // namespace orvane::robot

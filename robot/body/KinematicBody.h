@@ -28,7 +28,6 @@ class KinematicBody final : public Body {
   void moveLegs(double seconds);
   void moveJoints(const JointCommands& commands, double seconds);
   void sense(double seconds);
-  [[nodiscard]] double powerDrawn() const;
 
   Gait gait_;
   Battery battery_;

@@ -16,6 +16,9 @@ struct LegGeometry {
 };
 inline constexpr LegGeometry kGeometry{};
 inline constexpr double kBodyMass = 13.5;
+/// Of the ball around the foot's centre, m.
+inline constexpr double kFootRadius = 0.022;
+inline constexpr double kGravity = 9.81;  ///< m/s^2
 /// Height of the hips while the robot lies on its belly, m.
 inline constexpr double kLyingHeight = 0.09;
 

@@ -8,8 +8,7 @@
 namespace orvane::robot {
 namespace {
 
-constexpr double kHeightReached = 0.004;  // m
-constexpr double kStandstill = 0.005;     // m/s and rad/s
+constexpr double kHeightReached = 0.012;  // m
 
 /// What an action leads to in a posture: the next posture, or a refusal.
 struct Cell {
@@ -32,6 +31,8 @@ constexpr auto kLyingDown = to(Posture::kLyingDown);
 constexpr auto kRecovering = to(Posture::kRecovering);
 constexpr auto kDamped = to(Posture::kDamped);
 constexpr auto kStopped = to(Posture::kEmergencyStop);
+constexpr auto kFallen = to(Posture::kFallen);
+constexpr auto kOnSide = no("the robot has fallen; recoveryStand gets it up");
 constexpr auto kLatched = no("an emergency stop is latched; recoveryStand lifts it");
 constexpr auto kAway = no("a low-level session commands the motors");
 
@@ -53,19 +54,15 @@ constexpr std::array<std::array<Cell, kActions>, kPostures> kTransitions{{
      no("the motors are disabled; the robot must stand to walk"), kDamped, kStopped},
     {kLatched, kLatched, kRecovering, kStopped, kLatched, kStopped, kStopped},
     {kAway, kAway, kAway, kAway, kAway, kAway, kStopped},
+    {kOnSide, kOnSide, kRecovering, kFallen, kOnSide, kFallen, kStopped},
 }};
-
-bool standsStill(const Twist& velocity) {
-  return std::abs(velocity.x) < kStandstill && std::abs(velocity.y) < kStandstill &&
-         std::abs(velocity.yaw) < kStandstill;
-}
 
 }  // namespace
 
 const char* nameOf(Posture posture) noexcept {
   constexpr std::array<const char*, kPostures> kNames{
-      "lying",     "standingUp", "standing", "walking",       "stopping",
-      "lyingDown", "recovering", "damped",   "emergencyStop", "lowLevel"};
+      "lying",      "standingUp", "standing",      "walking",  "stopping", "lyingDown",
+      "recovering", "damped",     "emergencyStop", "lowLevel", "fallen"};
   return kNames[static_cast<std::size_t>(posture)];
 }
 
@@ -73,8 +70,12 @@ std::optional<Refusal> MotionController::start(Action action, const Twist& veloc
                                                std::uint64_t nowMs) {
   const Cell& cell =
       kTransitions[static_cast<std::size_t>(posture_)][static_cast<std::size_t>(action)];
-  if (cell.refusal != nullptr) return Refusal{Reason::kNotNow, cell.refusal};
+  const char* why = cell.refusal;
+  // Half way through a recovery it may lie on its belly already, or not.
+  if (why == nullptr && fallen_ && cell.next == Posture::kLyingDown) why = kOnSide.refusal;
+  if (why != nullptr) return Refusal{Reason::kNotNow, why};
   lieDownAfterStop_ = action == Action::kLaying;
+  if (cell.next != posture_ || action == Action::kLaying) stayOff_ = false;
   if (cell.next != posture_) enter(cell.next);
   if (cell.next == Posture::kWalking) {
     velocity_ = velocity;
@@ -97,7 +98,6 @@ void MotionController::enter(Posture posture) {
   posture_ = posture;
   velocity_ = {};
   rising_ = false;
-  stayOff_ = false;
 }
 
 BodyCommand MotionController::step(const BodyState& body, std::uint64_t nowMs) {
@@ -106,7 +106,9 @@ BodyCommand MotionController::step(const BodyState& body, std::uint64_t nowMs) {
 }
 
 void MotionController::advance(const BodyState& body, std::uint64_t nowMs) {
-  down_ = body.height < kLyingHeight + kHeightReached && standsStill(body.velocity);
+  down_ = body.down;
+  fallen_ = body.fallen;
+  if (fallen_ && carriesItself()) enter(Posture::kFallen);
   const bool up = std::abs(body.height - bodyHeight_) < kHeightReached;
   switch (posture_) {
     case Posture::kStandingUp:
@@ -116,7 +118,7 @@ void MotionController::advance(const BodyState& body, std::uint64_t nowMs) {
       if (nowMs >= refreshedMs_ + kWalkRefreshMs) enter(Posture::kStopping);
       break;
     case Posture::kStopping:
-      if (!standsStill(body.velocity)) break;
+      if (!body.still) break;
       enter(lieDownAfterStop_ ? Posture::kLyingDown : Posture::kStanding);
       lieDownAfterStop_ = false;
       break;
@@ -128,6 +130,9 @@ void MotionController::advance(const BodyState& body, std::uint64_t nowMs) {
       rising_ = rising_ || down_;
       if (rising_ && up) enter(Posture::kStanding);
       break;
+    case Posture::kFallen:
+      if (down_) enter(stayOff_ ? Posture::kDamped : Posture::kLying);
+      break;
     case Posture::kLying:
     case Posture::kStanding:
     case Posture::kEmergencyStop:
@@ -136,8 +141,29 @@ void MotionController::advance(const BodyState& body, std::uint64_t nowMs) {
   }
 }
 
+bool MotionController::carriesItself() const {
+  switch (posture_) {
+    case Posture::kLying:
+    case Posture::kStandingUp:
+    case Posture::kStanding:
+    case Posture::kWalking:
+    case Posture::kStopping:
+    case Posture::kLyingDown:
+    case Posture::kDamped:
+      return true;
+    case Posture::kRecovering:
+      return rising_;
+    case Posture::kEmergencyStop:
+    case Posture::kLowLevel:
+    case Posture::kFallen:
+      return false;
+  }
+  return false;
+}
+
 BodyCommand MotionController::command() const {
-  const bool damped = posture_ == Posture::kDamped || posture_ == Posture::kEmergencyStop;
+  const bool damped = posture_ == Posture::kDamped || posture_ == Posture::kEmergencyStop ||
+                      posture_ == Posture::kFallen;
   const bool low = posture_ == Posture::kLying || posture_ == Posture::kLyingDown ||
                    (posture_ == Posture::kRecovering && !rising_);
   BodyCommand command;
@@ -146,6 +172,7 @@ BodyCommand MotionController::command() const {
   command.height = low ? kLyingHeight : bodyHeight_;
   command.stepHeight = stepHeight_;
   command.velocity = velocity_;
+  command.recover = posture_ == Posture::kRecovering && !rising_;
   return command;
 }
 

@@ -21,8 +21,9 @@ enum class Posture {
   kDamped,         ///< motors only damp; lies at the end
   kEmergencyStop,  ///< as kDamped, but stays so until it is told to recover
   kLowLevel,       ///< a low-level session commands the motors one by one
+  kFallen,         ///< lies on its side or back; motors only damp
 };
-inline constexpr std::size_t kPostures = 10;
+inline constexpr std::size_t kPostures = 11;
 
 /// What the robot can be asked to do.
 enum class Action {
@@ -57,7 +58,7 @@ class MotionController {
   /// Leaves the body to a low-level session. The caller sees to it that the posture is settled.
   void enterLowLevel() { enter(Posture::kLowLevel); }
   /// Takes the body back: its motors damp. With `stayOff` they go on so when it lies, until it is
-  /// told to stand or recover. Nothing happens when it wasn't given away.
+  /// told to stand, lie or recover. Nothing happens when it wasn't given away.
   void leaveLowLevel(bool stayOff);
   /// Takes effect at once while standing or walking, else when the robot stands next. In m, within
   /// the limits.
@@ -72,7 +73,8 @@ class MotionController {
   /// No change of posture is under way.
   [[nodiscard]] bool settled() const {
     return posture_ == Posture::kLying || posture_ == Posture::kStanding ||
-           posture_ == Posture::kLowLevel || (posture_ == Posture::kDamped && down_);
+           posture_ == Posture::kLowLevel || posture_ == Posture::kFallen ||
+           (posture_ == Posture::kDamped && down_);
   }
   [[nodiscard]] bool emergencyStopped() const { return posture_ == Posture::kEmergencyStop; }
   /// The walking command in force; all zero when the robot isn't walking.
@@ -83,13 +85,15 @@ class MotionController {
  private:
   void enter(Posture posture);
   void advance(const BodyState& body, std::uint64_t nowMs);
+  [[nodiscard]] bool carriesItself() const;
   [[nodiscard]] BodyCommand command() const;
 
   Posture posture_ = Posture::kLying;
   bool lieDownAfterStop_ = false;
   bool rising_ = false;   // second half of recovering
   bool down_ = false;     // lies still, whatever the posture
-  bool stayOff_ = false;  // doesn't leave kDamped by itself
+  bool fallen_ = false;   // tilted, whatever the posture
+  bool stayOff_ = false;  // of kDamped and kFallen: the motors aren't switched on by lying down
   Twist velocity_;
   std::uint64_t refreshedMs_ = 0;
   double bodyHeight_ = kBodyHeight.initial;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Bodies.h"
 #include "sdk_process.h"
 #include "sdk_robot.h"
 #include "sdk_support.h"
@@ -94,6 +95,50 @@ TEST(JointTrace, SaysWhatItCouldNotDo) {
     EXPECT_EQ(example.finish(kExitMs), row.status) << example.output();
     EXPECT_NE(example.output().find(row.words), std::string::npos) << example.output();
   }
+}
+
+class LowLevelStand : public testing::TestWithParam<BodyKind> {};
+INSTANTIATE_TEST_SUITE_P(Body, LowLevelStand, testing::ValuesIn(orvane_test::bodies()),
+                         orvane_test::nameOfParameter);
+
+TEST_P(LowLevelStand, StandsUpAndLiesDownAgain) {
+  const LocalRobot robot("dog", GetParam());
+  Process example({LOW_LEVEL_STAND});
+  ASSERT_TRUE(robot.reaches(Posture::kLowLevel)) << example.output();
+  EXPECT_TRUE(waitUntil([&] { return robot.status().position[2] > 0.26; }, kLimitMs));
+  EXPECT_EQ(example.finish(kExitMs), 0) << example.output();
+  EXPECT_NE(example.output().find("It stands."), std::string::npos) << example.output();
+  EXPECT_LT(robot.status().position[2], 0.15);
+}
+
+TEST_P(LowLevelStand, LowersTheRobotOnCtrlC) {
+  const LocalRobot robot("dog", GetParam());
+  Process example({LOW_LEVEL_STAND});
+  ASSERT_TRUE(example.says("Holding", kLimitMs)) << example.output();
+  example.signal(SIGINT);
+  EXPECT_EQ(example.finish(kExitMs), 130) << example.output();
+  EXPECT_LT(robot.status().position[2], 0.15);
+}
+
+/// A robot that doesn't carry out what it is told mustn't pass for one that stands.
+TEST(LowLevelStandAlone, SaysWhatItCouldNotDo) {
+  Process alone({LOW_LEVEL_STAND});
+  EXPECT_EQ(alone.finish(kExitMs), 1) << alone.output();
+  EXPECT_NE(alone.output().find("could not see a robot"), std::string::npos) << alone.output();
+  const LocalRobot robot("dog");
+  ASSERT_TRUE(robot.suffers("preempt"));
+  Process refused({LOW_LEVEL_STAND});
+  EXPECT_EQ(refused.finish(kExitMs), 1) << refused.output();
+  EXPECT_NE(refused.output().find("they don't follow"), std::string::npos) << refused.output();
+}
+
+TEST(LowLevelStandAlone, DoesNotTakeAFallenRobotForOneThatStands) {
+  if (!orvane::robot::kHasPhysics) GTEST_SKIP() << "no body that can fall";
+  const LocalRobot robot("dog", BodyKind::kPhysics);
+  ASSERT_TRUE(robot.falls());
+  Process example({LOW_LEVEL_STAND});
+  EXPECT_EQ(example.finish(kExitMs), 1) << example.output();
+  EXPECT_NE(example.output().find("It doesn't stand: "), std::string::npos) << example.output();
 }
 
 }  // namespace

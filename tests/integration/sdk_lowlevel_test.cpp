@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "Bodies.h"
 #include "pbase/CShmTripleBuffer.h"
 #include "sdk_joints.h"
 #include "sdk_process.h"
@@ -35,8 +36,9 @@ constexpr const char* kFollowing = "drive following";
 constexpr const char* kDamping = "drive damping";
 constexpr const char* kWithoutSession = "damped, control free, 0.00 m/s";
 
-std::unique_ptr<RobotProcess> startRobot() {
-  return std::make_unique<RobotProcess>("VR-B", std::vector<std::string>{"--board"});
+std::unique_ptr<RobotProcess> startRobot(BodyKind body = BodyKind::kKinematic) {
+  return std::make_unique<RobotProcess>(
+      "VR-B", std::vector<std::string>{"--board", "--body", orvane_test::nameOf(body)});
 }
 
 /// The joints as the board's memory shows them to anybody, beside the client that commands them.
@@ -193,6 +195,16 @@ TEST(ARobotThatIsRestarted, GetsItsClientBackWithTheDriveOn) {
 bool refusedBecause(const Client& observer, const std::string& reason) {
   return waitUntil(
       [&] { return stateText(observer, "lastRefusal.reason").find(reason) != std::string::npos; });
+}
+
+TEST(TheExampleThatStandsUp, StandsOnTheBoardAndLeavesNoSession) {
+  const auto robot = startRobot(orvane_test::bodies().back());
+  Process example({LOW_LEVEL_STAND, "--board"});
+  EXPECT_EQ(example.finish(60000), EXIT_SUCCESS) << example.output();
+  EXPECT_NE(example.output().find("It stands."), std::string::npos) << example.output();
+  EXPECT_TRUE(robot->says("damped, control free", kLimitMs)) << robot->output();
+  EXPECT_EQ(robot->output().find("damped, control free, low level"), std::string::npos)
+      << robot->output();
 }
 
 TEST(BothClientsOfAnApplication, ExcludeEachOtherFromControlButNotFromObserving) {

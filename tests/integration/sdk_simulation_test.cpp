@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "Bodies.h"
 #include "Environment.h"
 #include "msg/MotionTypes.h"
 #include "orvane/RobotSdk/IMotionLowLevelClient.h"
@@ -93,8 +94,12 @@ class Joints {
   float thigh_ = 0;
 };
 
-TEST(ALowLevelClient, HasTheMotorsWhileItCommandsThemAndNobodyElseHas) {
-  const LocalRobot robot("VR-S");
+class ALowLevelClientOf : public testing::TestWithParam<BodyKind> {};
+INSTANTIATE_TEST_SUITE_P(Body, ALowLevelClientOf, testing::ValuesIn(orvane_test::bodies()),
+                         orvane_test::nameOfParameter);
+
+TEST_P(ALowLevelClientOf, HasTheMotorsWhileItCommandsThemAndNobodyElseHas) {
+  const LocalRobot robot("VR-S", GetParam());
   const auto refused = [&] { return robot.status().simulation.records.lastRefusal; };
   const Sdk sdk;
   ASSERT_TRUE(sdk.initialised());

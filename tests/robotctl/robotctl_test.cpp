@@ -124,6 +124,24 @@ TEST(RobotctlMotion, TakesTheRobotThroughEveryPostureAndSaysWhatItRefuses) {
   EXPECT_TRUE(isFree("dog"));
 }
 
+TEST(RobotctlMotion, SaysThatARobotHasFallenAndGetsItUp) {
+  if (!orvane::robot::kHasPhysics) GTEST_SKIP() << "no body that can fall";
+  const LocalRobot robot("dog", BodyKind::kPhysics);
+  ASSERT_TRUE(robot.falls() && robot.reaches(Posture::kFallen));
+  expect(
+      {
+          {{"status"}, 0, {"fallen"}},
+          {{"status", "--json", "-q"}, 0, {R"("posture" : "fallen")"}},
+          {{"watch", "--count", "2"}, 0, {"fallen"}},
+          {{"walk", "0.2", "0", "0", "--for", "1"},
+           1,
+           {"refused velocityMove", "the robot has fallen", "errno 11 (not possible now)",
+            "posture fallen", "hint: robotctl recover"}},
+          {{"recover"}, 0, {"robot dog: standing"}},
+      },
+      {"--robot", "dog"});
+}
+
 TEST(RobotctlMedia, PlaysPausesAndLights) {
   const RobotProcess robot("dog");
   expect(

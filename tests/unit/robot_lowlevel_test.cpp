@@ -56,6 +56,8 @@ TEST(WorkModeSession, oneHoldsAtATimeUntilItsLeaseEndsAndNoNumberComesBack) {
 /// A robot and one low-level client.
 class LowLevel : public RobotBench {
  protected:
+  using RobotBench::RobotBench;
+
   Pexal::PDBus::RpcReply motion(const std::string& method, const std::string& params = "") {
     return ask(method, "pilot", params, RequestServer::kMotionService);
   }
@@ -125,7 +127,6 @@ class LowLevel : public RobotBench {
     }
   }
   JointState joint(std::size_t index) { return core_->access().body().joints[index]; }
-  double height() { return core_->access().body().height; }
   bool powered() { return core_->access().body().powered; }
   Mode mode() { return core_->access().motors().mode(); }
   RecordCounts counts() { return core_->access().motors().counts(); }
@@ -133,6 +134,14 @@ class LowLevel : public RobotBench {
   std::uint64_t id_ = 0;
   std::uint64_t number_ = 0;
 };
+
+/// What depends on how the body answers its motors.
+class LowLevelOn : public LowLevel, public testing::WithParamInterface<BodyKind> {
+ protected:
+  LowLevelOn() : LowLevel(GetParam()) {}
+};
+INSTANTIATE_TEST_SUITE_P(Body, LowLevelOn, testing::ValuesIn(orvane_test::bodies()),
+                         orvane_test::nameOfParameter);
 
 TEST_F(LowLevel, documentsAreCheckedAndWishesBroughtWithinTheLimits) {
   const std::string kTake = R"("takeToken":"t","workMode":"lowLevel")";
@@ -249,7 +258,7 @@ TEST_F(LowLevel, driveComesOnAfterItPoweredUpAndOnlyFromASettledPosture) {
   EXPECT_EQ(enable(), "ready");
 }
 
-TEST_F(LowLevel, robotHoldsWhereItIsUntilAFirstCommandFromThere) {
+TEST_P(LowLevelOn, robotHoldsWhereItIsUntilAFirstCommandFromThere) {
   for (const bool stands : {false, true}) {
     SCOPED_TRACE(stands);
     stands ? standAndPrepare() : prepare();
@@ -278,7 +287,7 @@ TEST_F(LowLevel, robotHoldsWhereItIsUntilAFirstCommandFromThere) {
   }
 }
 
-TEST_F(LowLevel, commandsThatStopComingPutTheMotorsIntoDamping) {
+TEST_P(LowLevelOn, commandsThatStopComingPutTheMotorsIntoDamping) {
   standAndPrepare();
   pass(1000);
   ASSERT_EQ(mode(), Mode::kHolding) << "before the first one nothing is missed";
@@ -302,7 +311,7 @@ TEST_F(LowLevel, commandsThatStopComingPutTheMotorsIntoDamping) {
   EXPECT_EQ(mode(), Mode::kFollowing);
 }
 
-TEST_F(LowLevel, driveIsOffWhenTheSessionEndsAndTheRobotLiesDown) {
+TEST_P(LowLevelOn, driveIsOffWhenTheSessionEndsAndTheRobotLiesDown) {
   struct Row {
     const char* name;
     std::function<void()> end;
@@ -420,7 +429,7 @@ TEST_F(LowLevel, recordsThatMustNotReachTheMotorsAreRefusedAndCounted) {
   EXPECT_EQ(mode(), Mode::kDamping) << "a stop";
 }
 
-TEST_F(LowLevel, maximumTorqueHoldsUntilTheSessionEnds) {
+TEST_P(LowLevelOn, maximumTorqueHoldsUntilTheSessionEnds) {
   standAndPrepare();
   Record limits = hold();
   limits.kind = kMaxTorque;

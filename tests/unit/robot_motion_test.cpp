@@ -31,6 +31,13 @@ struct Robot {
   void run(double seconds) {
     for (int left = static_cast<int>(seconds * 500); left > 0; --left) step();
   }
+  /// This body can't fall; one that has would say so.
+  void tip() {
+    BodyState tipped = body.state();
+    tipped.fallen = true;
+    tipped.down = false;
+    static_cast<void>(motion.step(tipped, nowUs / 1000));
+  }
   /// False: not reached within `seconds`.
   bool runUntil(Posture posture, double seconds) {
     for (int left = static_cast<int>(seconds * 500); left > 0; --left) {
@@ -71,6 +78,7 @@ void bringTo(Robot& robot, Posture posture) {
                                        {false, false, Action::kRecoveryStand},
                                        {true, false, Action::kDisable},
                                        {true, false, Action::kEmergencyStop},
+                                       {true, false, {}},
                                        {true, false, {}}};
   const Way& way = kWays[static_cast<std::size_t>(posture)];
   if (way.standing) makeStanding(robot);
@@ -79,26 +87,28 @@ void bringTo(Robot& robot, Posture posture) {
     ASSERT_FALSE(robot.start(*way.last));
   }
   if (posture == Posture::kLowLevel) robot.motion.enterLowLevel();
+  if (posture == Posture::kFallen) robot.tip();
   ASSERT_EQ(robot.motion.posture(), posture);
 }
 
 // Columns: standing, laying, recoveryStand, disableAction, walking, stop, emergency stop. A
 // posture's initial is what follows: L lying, U standing up, S standing, W walking, B stopping, D
-// lying down, R recovering, d damped, E emergency stop, - refused.
+// lying down, R recovering, d damped, E emergency stop, F fallen, - refused.
 struct Row {
   Posture posture;
   const char* next;
 };
-constexpr Row kRows[] = {
+constexpr Row kRows[kPostures] = {
     {Posture::kLying, "ULRd-LE"},         {Posture::kStandingUp, "UDUd-UE"},
     {Posture::kStanding, "SDSdWSE"},      {Posture::kWalking, "BBBdWBE"},
     {Posture::kStopping, "BBBdWBE"},      {Posture::kLyingDown, "UDUd-DE"},
     {Posture::kRecovering, "RDRd-RE"},    {Posture::kDamped, "UdRd-dE"},
     {Posture::kEmergencyStop, "--RE-EE"}, {Posture::kLowLevel, "------E"},
+    {Posture::kFallen, "--RF-FE"},
 };
 
 char initialOf(Posture posture) {
-  return "LUSWBDRdEl"[static_cast<int>(posture)];
+  return "LUSWBDRdElF"[static_cast<int>(posture)];
 }
 
 TEST(Motion, knowsWhatIsPossibleInEveryPosture) {
@@ -125,7 +135,8 @@ TEST(Motion, everyPostureEndsWhereItShouldByItself) {
   const std::pair<Posture, Posture> cases[] = {
       {Posture::kStandingUp, Posture::kStanding}, {Posture::kWalking, Posture::kStanding},
       {Posture::kStopping, Posture::kStanding},   {Posture::kLyingDown, Posture::kLying},
-      {Posture::kRecovering, Posture::kStanding}, {Posture::kDamped, Posture::kLying}};
+      {Posture::kRecovering, Posture::kStanding}, {Posture::kDamped, Posture::kLying},
+      {Posture::kFallen, Posture::kLying}};
   for (const auto& [from, to] : cases) {
     SCOPED_TRACE(nameOf(from));
     Robot robot;
@@ -183,6 +194,24 @@ TEST(Motion, emergencyStopSinksAndStaysDown) {
   EXPECT_TRUE(robot.motion.emergencyStopped());
   EXPECT_FALSE(robot.body.state().powered);
   EXPECT_NEAR(robot.body.state().height, kLyingHeight, 0.005);
+}
+
+TEST(Motion, motorsStayOffBehindALowLevelSessionUntilTheRobotIsToldOtherwise) {
+  for (const Action action : {Action::kStanding, Action::kLaying, Action::kRecoveryStand}) {
+    Robot robot;
+    bringTo(robot, Posture::kLowLevel);
+    robot.motion.leaveLowLevel(true);
+    robot.run(1);
+    robot.tip();
+    ASSERT_EQ(robot.motion.posture(), Posture::kFallen) << "standing up is refused there";
+    ASSERT_FALSE(robot.start(Action::kDisable));
+    robot.run(5);
+    EXPECT_EQ(robot.motion.posture(), Posture::kDamped);
+    EXPECT_FALSE(robot.body.state().powered);
+    ASSERT_FALSE(robot.start(action));
+    EXPECT_TRUE(
+        robot.runUntil(action == Action::kLaying ? Posture::kLying : Posture::kStanding, 8));
+  }
 }
 
 TEST(Motion, bodyHeightIsFollowed) {

@@ -6,14 +6,20 @@
 #include <string>
 #include <vector>
 
+#include "Bodies.h"
+#include "BodyFactory.h"
 #include "EventOutbox.h"
 #include "RobotCore.h"
+#include "RobotSettings.h"
 #include "body/KinematicBody.h"
 #include "faults/Faults.h"
 #include "pbase/CTime.h"
 #include "pbase/Utils.h"
 #include "pbase/VirtualClock.h"
 #include "servers/RequestServer.h"
+#ifdef ORVANE_WITH_PHYSICS
+#include "physics/PhysicsBody.h"
+#endif
 
 namespace orvane::robot {
 
@@ -41,6 +47,9 @@ inline constexpr const char* kWalkAhead = R"({"lineVelocityX":0.8,"lineVelocityY
 /// A robot "VR-7" without a network, on the virtual clock: its requests go through its faults.
 class RobotBench : public ::testing::Test {
  protected:
+  explicit RobotBench(BodyKind kind = BodyKind::kKinematic)
+      : core_(std::make_shared<RobotCore>(made(kind), outbox_)) {}
+
   Pexal::PDBus::RpcReply send(const std::string& method, const Json::Value& document,
                               const char* service = RequestServer::kService) {
     return faults_.requests().handle({service, method, document, false}, service);
@@ -69,6 +78,15 @@ class RobotBench : public ::testing::Test {
   std::string controller() { return state()["control"]["controller"].asString(); }
 
   static std::uint64_t nowMs() { return Pexal::PBase::CTime::getCurrentMilliSecond(); }
+  /// Of the hips above the ground, m: where they truly are, which the robot itself may not know.
+  [[nodiscard]] double height() const {
+#ifdef ORVANE_WITH_PHYSICS
+    if (auto* const body = dynamic_cast<PhysicsBody*>(body_)) {
+      return body->world().pose().position[2];
+    }
+#endif
+    return body_->state().height;
+  }
   /// Lets time pass, with the robot's 2 ms steps.
   void pass(std::uint32_t ms) {
     for (std::uint32_t passed = 0; passed < ms; passed += 2) {
@@ -99,9 +117,18 @@ class RobotBench : public ::testing::Test {
 
   Pexal::PBase::VirtualClock clock_;
   std::shared_ptr<EventOutbox> outbox_ = std::make_shared<EventOutbox>("VR-7");
-  std::shared_ptr<RobotCore> core_ =
-      std::make_shared<RobotCore>(std::make_unique<KinematicBody>(), outbox_);
+  Body* body_ = nullptr;
+  const std::shared_ptr<RobotCore> core_;  // has the body
   Faults faults_{core_, std::make_shared<RequestServer>(core_, "VR-7")};
+
+ private:
+  std::unique_ptr<Body> made(BodyKind kind) {
+    RobotSettings settings;
+    settings.body = kind;
+    auto body = makeBody(settings);
+    body_ = body.get();
+    return body;
+  }
 };
 
 }  // namespace orvane::robot

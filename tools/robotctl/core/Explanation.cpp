@@ -61,10 +61,11 @@ struct PostureCure {
 };
 
 /// For what isn't possible now.
-constexpr std::array<PostureCure, 4> kPostureCures{{
+constexpr std::array<PostureCure, 5> kPostureCures{{
     {"lying", "robotctl stand first"},
     {"emergencyStop", "robotctl recover lifts the emergency stop and stands up"},
     {"damped", "robotctl recover stands up from any pose"},
+    {"fallen", "robotctl recover stands up from any pose"},
     {"lowLevel", "the motors are commanded one by one; that program has to end first"},
 }};
 

@@ -203,7 +203,8 @@ void Robot::stop() {
 }
 
 void Robot::waitForPosture(const std::string& posture, std::uint32_t limitMs) {
-  static constexpr std::array<std::string_view, 3> kDeadEnds{"emergencyStop", "damped", "lowLevel"};
+  static constexpr std::array<std::string_view, 4> kDeadEnds{"emergencyStop", "damped", "lowLevel",
+                                                             "fallen"};
   waitWhile(
       [&](const std::string& now, std::uint64_t passed) {
         const bool deadEnd = std::find(kDeadEnds.begin(), kDeadEnds.end(), now) != kDeadEnds.end();

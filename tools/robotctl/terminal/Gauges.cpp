@@ -198,7 +198,7 @@ void drawControl(Canvas& canvas, int row, int width, const RobotModel& model) {
 
 void drawState(Canvas& canvas, int row, int width, const RobotModel& model) {
   const std::string posture = textAt(model.state, "posture");
-  const bool stopped = flagAt(model.state, "emergencyStop");
+  const bool stopped = flagAt(model.state, "emergencyStop") || posture == "fallen";
   const auto speed = [&](const char* path) {
     return figure(numberAt(model.state, path).value_or(NAN), 5, 2);
   };
