@@ -3,10 +3,10 @@
 
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
-.PHONY: help setup build robotctl docs package install demo demo-board test test-asan test-tsan fuzz test-fuzz bench bench-long format check-format clean
+.PHONY: help setup build robotctl docs package install demo demo-board test test-asan test-tsan test-without-physics fuzz test-fuzz bench bench-long format check-format clean
 
 JOBS ?= $(shell nproc)
-TEST_JOBS ?= 2
+TEST_JOBS ?= 3
 FUZZ_SECONDS ?= 60
 PREFIX ?= /usr/local
 CMAKE_BUILD = cmake --build build/$(1) --parallel $(JOBS)
@@ -19,6 +19,7 @@ help:
 	@echo "make test       build everything and run all tests and the format check"
 	@echo "make test-asan  the same under the address and undefined-behaviour sanitizers"
 	@echo "make test-tsan  the same under the thread sanitizer"
+	@echo "make test-without-physics  build and test the virtual robot as on a machine without MuJoCo"
 	@echo "make fuzz       run each fuzz target for a minute (FUZZ_SECONDS=n: for n seconds)"
 	@echo "make bench      run the benchmarks (build/release/bench/bench*.json hold the figures, too)"
 	@echo "make bench-long the same with more samples, and a soak (BENCH_OPTIONS='--soak 600': its seconds)"
@@ -80,6 +81,11 @@ test-asan: build/asan/build.ninja
 test-tsan: build/tsan/build.ninja
 	$(call CMAKE_BUILD,tsan)
 	$(FIXED_ADDRESSES) ctest --preset tsan -j $(TEST_JOBS)
+
+# What is compiled in no other build: the robot whose only body is kinematic.
+test-without-physics: build/without-physics/build.ninja
+	$(call CMAKE_BUILD,without-physics) --target virtual-robot robot_program_test
+	ctest --preset without-physics -R '^robot_program_test$$'
 
 fuzz: build/fuzz/build.ninja
 	$(call CMAKE_BUILD,fuzz) --target fuzzers

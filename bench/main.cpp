@@ -9,20 +9,29 @@
 #include "peers/SdkClient.h"
 #include "peers/Simulation.h"
 #include "peers/StandInRobot.h"
+#include "peers/Walker.h"
 
 namespace {
 
 using namespace bench;
 
-constexpr RoleEntry kRoles[] = {
-    {"raw-server", makeRole<RawServer>},        {"raw-client", makeRole<RawClient>},
-    {"raw-starter", makeRole<RawStarter>},      {"raw-observer", makeRole<RawObserver>},
-    {"rpc-server", makeRole<RpcServerRole>},    {"rpc-client", makeRole<RpcClientRole>},
-    {"sdk-client", makeRole<SdkClient>},        {"sdk-starter", makeRole<SdkStarter>},
-    {"sdk-observer", makeRole<SdkObserver>},    {"stand-in-robot", makeRole<StandInRobot>},
-    {"sdk-blocked", makeRole<BlockedObserver>}, {"simulator", makeRole<Simulator>},
-    {"sdk-commander", makeRole<SdkCommander>},  {"raw-commander", makeRole<RawCommander>},
-    {"sdk-requirer", makeRole<SdkRequirer>},    {"raw-requirer", makeRole<RawRequirer>}};
+constexpr RoleEntry kRoles[] = {{"raw-server", makeRole<RawServer>},
+                                {"raw-client", makeRole<RawClient>},
+                                {"raw-starter", makeRole<RawStarter>},
+                                {"raw-observer", makeRole<RawObserver>},
+                                {"rpc-server", makeRole<RpcServerRole>},
+                                {"rpc-client", makeRole<RpcClientRole>},
+                                {"sdk-client", makeRole<SdkClient>},
+                                {"sdk-starter", makeRole<SdkStarter>},
+                                {"sdk-observer", makeRole<SdkObserver>},
+                                {"stand-in-robot", makeRole<StandInRobot>},
+                                {"sdk-blocked", makeRole<BlockedObserver>},
+                                {"simulator", makeRole<Simulator>},
+                                {"sdk-commander", makeRole<SdkCommander>},
+                                {"raw-commander", makeRole<RawCommander>},
+                                {"sdk-requirer", makeRole<SdkRequirer>},
+                                {"raw-requirer", makeRole<RawRequirer>},
+                                {"sdk-walker", makeRole<Walker>}};
 
 }  // namespace
 

@@ -38,6 +38,7 @@ function(orvane_add_test name seconds)  # further arguments: the command
     set(seconds 120)
   endif()
   add_test(NAME ${name} COMMAND ${ARGN})
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${seconds} ENVIRONMENT
+  # What may take longest begins first, so that no long one is left alone at the end.
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${seconds} COST ${seconds} ENVIRONMENT
     "ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1;UBSAN_OPTIONS=print_stacktrace=1;TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/tsan.supp:second_deadlock_stack=1:ignore_noninstrumented_modules=1;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/lsan.supp")
 endfunction()

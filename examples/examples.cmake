@@ -28,5 +28,4 @@ orvane_example(joint_trace
 orvane_example(low_level_stand
   low_level_stand/main.cpp
   low_level_stand/Leg.cpp
-  low_level_stand/Pilot.cpp
-  low_level_stand/Verdict.cpp)
+  low_level_stand/Pilot.cpp)

@@ -51,10 +51,11 @@ void ControlLoop::run() {
       seen = robot.body();
     }
     for (Publisher* publisher : publishers_) publisher->publish(seen, stepUs, sessionHz);
-    simulatedUs += stepUs;
     deadlineUs += stepUs;
     const std::uint64_t nowUs = CTime::getCurrentMicroSecond();
+    // Without this step, whose time passes until the next is due.
     note(nowUs > deadlineUs, simulatedUs, nowUs - beginUs);
+    simulatedUs += stepUs;
     if (nowUs > deadlineUs + kMostCaughtUpUs) deadlineUs = nowUs;
     if (waitUntil(deadlineUs)) return;
   }
@@ -70,12 +71,12 @@ void ControlLoop::note(bool late, std::uint64_t simulatedUs, std::uint64_t passe
 Pace ControlLoop::pace() const {
   Pace pace;
   pace.steps = steps_.load(std::memory_order_relaxed);
-  const auto passed = static_cast<double>(passedUs_.load(std::memory_order_relaxed));
-  if (pace.steps == 0 || passed <= 0) return pace;
+  if (pace.steps < 2) return pace;
   pace.latePercent = 100.0 * static_cast<double>(lateSteps_.load(std::memory_order_relaxed)) /
                      static_cast<double>(pace.steps);
-  // The last step's own time has passed only when the next is due.
-  pace.realTimeFactor = static_cast<double>(simulatedUs_.load(std::memory_order_relaxed)) / passed;
+  const auto passed = static_cast<double>(passedUs_.load(std::memory_order_relaxed));
+  const auto simulated = static_cast<double>(simulatedUs_.load(std::memory_order_relaxed));
+  if (passed > 0) pace.realTimeFactor = simulated / passed;
   return pace;
 }
 

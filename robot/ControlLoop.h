@@ -13,7 +13,7 @@ namespace orvane::robot {
 
 /// How the robot's time went beside the clock's.
 struct Pace {
-  double realTimeFactor = 1;  ///< time that passed for the robot, per time that passed
+  double realTimeFactor = 1;  ///< time that passed for the robot, per time that passed; at most 1
   double latePercent = 0;     ///< share of the steps that ended after the next was due
   std::uint64_t steps = 0;
 };

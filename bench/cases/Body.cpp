@@ -29,7 +29,7 @@ class Bodies {
     RobotSettings settings;
     settings.body = kind;
     for (int number = 0; number < count; ++number) {
-      settings.seed = static_cast<std::uint32_t>(number);
+      settings.seed = static_cast<std::uint32_t>(number) + 1;  // 0 has no noise
       bodies_.push_back(makeBody(settings));
     }
     command_.powered = true;
@@ -101,6 +101,8 @@ std::vector<Row> measureBody(const Plan& plan) {
     whole.push_back(second);
   }
   steps.insert(steps.end(), whole.begin(), whole.end());
+  const std::vector<Row> processes = measureBodyProcess(plan);
+  steps.insert(steps.end(), processes.begin(), processes.end());
   return steps;
 }
 

@@ -15,8 +15,9 @@ constexpr const char* kProcessorIds[] = {"processor.idle", "processor.observing"
 constexpr const char* kSimulationIds[] = {
     "simulation.publish.raw", "simulation.publish.tight.raw", "simulation.publish.allocations",
     "simulation.observed.raw", "simulation.observed.raw_caller"};
-constexpr const char* kBodyIds[] = {"body.step.1",   "body.step.4",   "body.step.16",
-                                    "body.second.1", "body.second.4", "body.second.16"};
+constexpr const char* kBodyIds[] = {
+    "body.step.1",   "body.step.4",    "body.step.16",          "body.second.1",
+    "body.second.4", "body.second.16", "body.process.standing", "body.process.walking"};
 constexpr const char* kSoakIds[] = {"soak.query_motion_state.raw"};
 
 constexpr Case kCases[] = {{"rpc", measureRoundTrip, false, kRoundTripIds},
@@ -34,9 +35,9 @@ std::span<const Case> hostCases() {
   return kCases;
 }
 
-Child startRobot(const std::string& device) {
-  return Child::server({VIRTUAL_ROBOT, "--device-id", device, "--body", "kinematic", "--interface",
-                        "lo", "--domain", std::to_string(kHostDomain)},
+Child startRobot(const std::string& device, const char* body) {
+  return Child::server({VIRTUAL_ROBOT, "--device-id", device, "--body", body, "--interface", "lo",
+                        "--domain", std::to_string(kHostDomain)},
                        "ready:");
 }
 

@@ -91,8 +91,7 @@ bool Child::hasEnded(std::uint32_t timeoutMs) const {
 Child Child::server(std::vector<std::string> command, const std::string& readyLine) {
   Child child(command, {});
   child.serves_ = true;
-  while (child.readLine(kStartMs).rfind(readyLine, 0) != 0) {
-  }
+  static_cast<void>(child.readLineFrom(readyLine));
   return child;
 }
 
@@ -102,6 +101,11 @@ Child Child::role(const std::string& program, const std::string& name, const Jso
   child.name_ = name;
   static_cast<void>(child.receive(kStartMs));
   return child;
+}
+
+std::string Child::lastWords(const std::string& lineStart) {
+  beginEnd();
+  return readLineFrom(lineStart);
 }
 
 void Child::send(const Json::Value& command) {
@@ -129,6 +133,13 @@ Json::Value Child::receive(std::uint32_t timeoutMs) {
 Json::Value Child::ask(const Json::Value& command, std::uint32_t timeoutMs) {
   send(command);
   return receive(timeoutMs);
+}
+
+std::string Child::readLineFrom(const std::string& lineStart) {
+  for (;;) {
+    std::string line = readLine(kStartMs);
+    if (line.starts_with(lineStart)) return line;
+  }
 }
 
 std::string Child::readLine(std::uint32_t timeoutMs) {

@@ -30,6 +30,8 @@ class Child {
   /// Has the process end and waits for it, 5 s at most; then it is killed.
   ~Child();
 
+  /// Has a server end, and waits for the line that begins with `lineStart`, which it prints then.
+  [[nodiscard]] std::string lastWords(const std::string& lineStart);
   /// Has the process end, without waiting for it; for many of them before the destructor of each.
   void beginEnd();
   /// Sends a command to a role.
@@ -44,6 +46,7 @@ class Child {
 
   Child(const std::vector<std::string>& command, const Environment& environment);
   std::string readLine(std::uint32_t timeoutMs);
+  std::string readLineFrom(const std::string& lineStart);
   [[nodiscard]] bool hasEnded(std::uint32_t timeoutMs) const;
 
   std::string name_;

@@ -3,66 +3,70 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <functional>
+#include <stdexcept>
+#include <string>
 
 #include "Leg.h"
 #include "orvane/RobotSdk/RobotSdk.h"
 
 namespace low_level_stand {
 
-/// What the robot shows of itself, joints in the order of Leg.h.
-struct Readings {
-  Joints position{};        ///< rad
-  Joints torque{};          ///< N m
-  double roll = 0;          ///< rad
-  double pitch = 0;         ///< rad
-  double accelZ = 0;        ///< m/s^2
-  bool imuTrusted = false;  ///< of the three above
-  bool driven = false;      ///< by all of their motors
+/// The motors don't do what they are told: commands, or the robot's records, failed to come in
+/// time, or a joint is far from where it is to be. take() takes them anew.
+struct MotorsLost : std::runtime_error {
+  explicit MotorsLost(const std::string& why) : std::runtime_error("lost the motors: " + why) {}
 };
 
-/// How a movement ended.
-enum class Outcome {
-  kDone,
-  kInterrupted,
-  kLate,         ///< no command went out for so long that the motors let go
-  kNotFollowed,  ///< a joint is far from where it is to be
-  kNotTaken,     ///< nobody takes the commands
-  kDriveOff,
-  kSilent,      ///< the robot shows nothing any more
-  kOtherRobot,  ///< it hasn't the twelve joints
+struct Interrupted : std::runtime_error {
+  Interrupted() : std::runtime_error("interrupted") {}
 };
 
-/// Leads the twelve joints of one robot, 500 commands a second. Every function keeps the motors
-/// commanded until it returns, and the next one has to follow within 90 ms. For one thread.
+/// What the robot showed while it was held.
+struct Held {
+  double off = 0;           ///< rad, the furthest that a joint was from where it is to be
+  double tilt = 0;          ///< rad, the largest roll or pitch
+  bool tiltIsKnown = true;  ///< in every record
+  Joints torque{};          ///< N m, mean
+};
+
+/// Leads the twelve joints of one robot with 500 commands a second. A movement goes on with each
+/// record that the robot sends: it never leads blindly, and a robot that shows itself less often, a
+/// slow simulator say, it leads more slowly. Every function keeps the motors commanded until it
+/// returns; the next one has to follow within 90 ms. Every function throws Interrupted once
+/// `interrupted` isn't 0, and std::runtime_error when nothing more can be done with this robot. For
+/// one thread.
 class Pilot {
  public:
   static constexpr std::uint32_t kHertz = 500;
-  /// Told of each record that came.
-  using Watch = std::function<void(const Readings&)>;
 
-  /// Movements end as kInterrupted once `interrupted` isn't 0.
   Pilot(orvane::RobotSdk::IMotionLowLevelClient& robot,
         const volatile std::sig_atomic_t& interrupted);
 
-  /// Finds the joints and holds each where it is until the motors have taken over. The drive has
-  /// been switched on before.
-  [[nodiscard]] Outcome take();
-  /// Leads all joints smoothly from where they are held to `target`.
-  [[nodiscard]] Outcome lead(const Joints& target, double seconds);
-  [[nodiscard]] Outcome hold(double seconds, const Watch& watch);
+  /// Holds each joint where it is until the motors have taken over. The drive has been switched on
+  /// before.
+  void take();
+  /// Leads all joints smoothly from where they are held to `target` (rad). Throws MotorsLost.
+  void lead(const Joints& target, double seconds);
+  /// Holds all joints where they are led to. Throws MotorsLost.
+  [[nodiscard]] Held hold(double seconds);
   /// Lets `interrupted` stop nothing any more: for the way down.
   void goOnWhenInterrupted() { heedsInterrupt_ = false; }
-
-  [[nodiscard]] const Readings& seen() const { return seen_; }
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  [[nodiscard]] Outcome find();
-  [[nodiscard]] Outcome step(const Joints& position, const Joints& velocity);
-  [[nodiscard]] bool read(const orvane::RobotSdk::ObservedMotionRecord& record);
-  [[nodiscard]] double furthestOff() const;
+  struct Readings {
+    Joints position{};  // rad
+    Joints torque{};    // N m
+    double tilt = 0;    // rad
+    bool tiltIsKnown = false;
+    bool driven = false;  // by all of their motors
+  };
+
+  void find();
+  void checkLed() const;
+  bool step(const Joints& position, const Joints& velocity);
+  void read(const orvane::RobotSdk::ObservedMotionRecord& record);
 
   orvane::RobotSdk::IMotionLowLevelClient& robot_;
   const volatile std::sig_atomic_t& interrupted_;
@@ -73,8 +77,5 @@ class Pilot {
   Clock::time_point sentAt_;
   Clock::time_point next_;  // when the next command is due
 };
-
-/// The largest difference between two angles of one joint, rad.
-[[nodiscard]] double furthest(const Joints& a, const Joints& b);
 
 }  // namespace low_level_stand

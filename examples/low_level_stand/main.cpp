@@ -1,218 +1,178 @@
 // Has a robot stand up joint by joint, on a trajectory of its own that begins wherever the joints
 // are: folds the legs, rises, holds, looks whether the body really stands, and lowers it again.
-// printHelp() has the options.
+//
+//   low_level_stand [--interface NAME]   from another machine, against a simulator (default lo)
+//   low_level_stand --board              on the robot's own board, or in tools/board-sandbox
+//
+// Ctrl-C lowers the robot. The exit status is 0 when the robot stood, 130 when Ctrl-C came before
+// it did, 2 for a wrong option and 1 for every other failure.
+
+#include <sched.h>
 
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "Leg.h"
 #include "Pilot.h"
-#include "Verdict.h"
 #include "orvane/RobotSdk/RobotSdk.h"
 
 namespace {
 
 using namespace orvane::RobotSdk;
 using namespace std::chrono_literals;
-using low_level_stand::allLegs;
-using low_level_stand::Outcome;
-using low_level_stand::Pilot;
-using low_level_stand::Verdict;
+using namespace low_level_stand;
 
 constexpr double kFoldSeconds = 1.2;
 constexpr double kRiseSeconds = 2;
-constexpr double kSettleSeconds = 0.5;  // of the time that it is held, not judged
-constexpr double kHoldSeconds = 2;
+constexpr double kSettleSeconds = 0.5;  // it is held, but not judged
+constexpr double kHoldSeconds = 1.5;
 constexpr double kLowerSeconds = 2;
-constexpr double kStayPiece = 0.5;  // s
-// When the motors are lost on the way.
-constexpr int kAttemptsWhenLate = 5;
-constexpr int kAttemptsWhenNotFollowed = 2;
+constexpr int kAttempts = 5;  // as long as the motors are lost on the way
+
+// Whether it stands.
+constexpr double kFurthestOff = 0.1;   // rad
+constexpr double kLargestTilt = 0.15;  // rad
+constexpr double kLoadOff = 0.3;       // share of the weight
+
 constexpr std::uint32_t kConnected = 2;
 constexpr std::uint32_t kPrepared = 3;
 constexpr std::uint32_t kDaemonSeconds = 10;
 constexpr std::uint32_t kLeaseMs = 2000;
 constexpr auto kStateLimit = 15s;
+constexpr int kPriority = 20;  // of SCHED_FIFO, below the kernel's own threads
 
 volatile std::sig_atomic_t interrupted = 0;
 
 struct Options {
   std::string interface = "lo";
   bool board = false;
-  bool stay = false;
-  bool help = false;
 };
 
-void printHelp(std::FILE* out) {
-  std::fputs(
-      "Has a robot stand up joint by joint, looks whether it really stands, and lowers it again.\n"
-      "\n"
-      "usage: low_level_stand [--interface NAME | --board] [--stay]\n"
-      "  --interface NAME   the network interface on which a simulator is (default lo); the\n"
-      "                     environment variables of the low-level client choose domain and "
-      "topics\n"
-      "  --board            run on the robot's own board, or as if on it (tools/board-sandbox)\n"
-      "  --stay             stay standing until Ctrl-C\n"
-      "  --help             this text\n"
-      "\n"
-      "Ctrl-C lowers the robot at any time. The exit status is 0 when the robot stood, 130 when\n"
-      "Ctrl-C came before it did, 2 for a wrong option and 1 for every other failure.\n",
-      out);
+bool read(int argc, char** argv, Options& options) {
+  const std::string name = argc > 1 ? argv[1] : "";
+  options.board = argc == 2 && name == "--board";
+  if (argc == 3 && name == "--interface") options.interface = argv[2];
+  return argc == 1 || options.board || (argc == 3 && name == "--interface");
 }
 
-bool read(int argc, char** argv, Options& options) {
-  bool interfaceGiven = false;
-  for (int i = 1; i < argc; ++i) {
-    const std::string name = argv[i];
-    if (name == "--interface" && i + 1 < argc) {
-      options.interface = argv[++i];
-      interfaceGiven = true;
-    } else if (name == "--board") {
-      options.board = true;
-    } else if (name == "--stay") {
-      options.stay = true;
-    } else if (name == "--help" || name == "-h") {
-      options.help = true;
-    } else {
-      return false;
+Held standUp(Pilot& pilot) {
+  pilot.take();
+  std::printf("Folding the legs ...\n");
+  pilot.lead(kFolded, kFoldSeconds);
+  std::printf("Rising ...\n");
+  pilot.lead(kStanding, kRiseSeconds);
+  std::printf("Holding ...\n");
+  static_cast<void>(pilot.hold(kSettleSeconds));
+  const Held held = pilot.hold(kHoldSeconds);
+  if (held.off > kFurthestOff) throw MotorsLost("a joint gave way while it was held");
+  return held;
+}
+
+void lower(Pilot& pilot) {
+  pilot.goOnWhenInterrupted();
+  pilot.take();
+  std::printf("Lowering ...\n");
+  pilot.lead(kFolded, kLowerSeconds);
+}
+
+/// Does it anew, from where the joints are then, when the motors were lost.
+template <typename Result>
+Result patiently(Result (*movement)(Pilot&), Pilot& pilot) {
+  for (int attempt = 1;; ++attempt) {
+    try {
+      return movement(pilot);
+    } catch (const MotorsLost& lost) {
+      if (attempt == kAttempts) throw;
+      std::printf("Beginning anew: %s.\n", lost.what());
     }
   }
-  return !(options.board && interfaceGiven);
 }
 
-/// Goes on "could not".
-const char* textOf(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::kDone:
-      return nullptr;
-    case Outcome::kInterrupted:
-      return "go on: interrupted";
-    case Outcome::kLate:
-      return "command the motors in time: this machine is too busy";
-    case Outcome::kNotFollowed:
-      return "lead the joints: they don't follow. Somebody else may have the robot";
-    case Outcome::kNotTaken:
-      return "take the motors: the robot carries out no commands";
-    case Outcome::kDriveOff:
-      return "go on: the motors' drive went off";
-    case Outcome::kSilent:
-      return "see a robot: is one, or a simulator, running?";
-    case Outcome::kOtherRobot:
-      return "lead this robot: it hasn't four legs of three joints";
+/// How much of the robot's weight the legs carry, by the torques measured: 1 is all of it. Legs
+/// that hang in the air carry nothing, whatever they were commanded.
+double loadOf(const Joints& measured) {
+  const Joints carrying = carryingTorques(kStanding);
+  double product = 0;
+  double square = 0;
+  for (std::size_t i = 0; i < kJoints; ++i) {
+    product += measured[i] * carrying[i];
+    square += carrying[i] * carrying[i];
   }
-  return "go on";
+  return product / square;
 }
 
-Outcome standUp(Pilot& pilot, Verdict& verdict) {
-  Outcome outcome = pilot.take();
-  if (outcome != Outcome::kDone) return outcome;
-  const auto folded = allLegs(low_level_stand::kFolded);
-  std::printf("Found the joints, up to %.2f rad from folded legs. Folding ...\n",
-              low_level_stand::furthest(pilot.seen().position, folded));
-  outcome = pilot.lead(folded, kFoldSeconds);
-  if (outcome != Outcome::kDone) return outcome;
-  std::printf("Rising ...\n");
-  outcome = pilot.lead(allLegs(low_level_stand::kStanding), kRiseSeconds);
-  if (outcome != Outcome::kDone) return outcome;
-  std::printf("Holding for %.0f s ...\n", kHoldSeconds);
-  outcome = pilot.hold(kSettleSeconds, [](const auto&) {});
-  if (outcome != Outcome::kDone) return outcome;
-  return pilot.hold(kHoldSeconds - kSettleSeconds,
-                    [&](const auto& readings) { verdict.add(readings); });
-}
-
-/// Whether motors let go or don't follow, and are to be taken anew, from where the joints are then.
-bool isWorthAnother(int attempt, Outcome outcome) {
-  const int attempts = outcome == Outcome::kLate          ? kAttemptsWhenLate
-                       : outcome == Outcome::kNotFollowed ? kAttemptsWhenNotFollowed
-                                                          : 0;
-  if (attempt >= attempts) return false;
-  std::printf("Could not %s. Beginning anew ...\n", textOf(outcome));
-  return true;
-}
-
-Outcome standUpPatiently(Pilot& pilot, Verdict& verdict) {
-  for (int attempt = 1;; ++attempt) {
-    verdict = Verdict(allLegs(low_level_stand::kStanding));
-    const Outcome outcome = standUp(pilot, verdict);
-    if (!isWorthAnother(attempt, outcome)) return outcome;
-  }
-}
-
-Outcome lower(Pilot& pilot) {
-  pilot.goOnWhenInterrupted();
-  std::printf("Lowering ...\n");
-  const auto folded = allLegs(low_level_stand::kFolded);
-  Outcome outcome = pilot.lead(folded, kLowerSeconds);
-  for (int attempt = 1; isWorthAnother(attempt, outcome); ++attempt) {
-    outcome = pilot.take();
-    if (outcome == Outcome::kDone) outcome = pilot.lead(folded, kLowerSeconds);
-  }
-  return outcome;
-}
-
-const char* perform(Pilot& pilot, const Options& options) {
-  Verdict verdict(allLegs(low_level_stand::kStanding));
-  Outcome outcome = standUpPatiently(pilot, verdict);
-  if (outcome == Outcome::kInterrupted) {
-    const Outcome lowered = lower(pilot);
-    return textOf(lowered == Outcome::kDone ? outcome : lowered);
-  }
-  if (outcome != Outcome::kDone) return textOf(outcome);
-  const char* const fault = verdict.fault();
-  std::printf(fault == nullptr ? "It stands.\n" : "It doesn't stand: %s.\n", fault);
-  if (options.stay && fault == nullptr) {
-    std::printf("Standing until Ctrl-C ...\n");
-    while (outcome == Outcome::kDone) outcome = pilot.hold(kStayPiece, [](const auto&) {});
-    if (outcome != Outcome::kInterrupted) return textOf(outcome);
-  }
-  outcome = lower(pilot);
-  verdict.print();
-  if (fault != nullptr) return "stand";
-  return textOf(outcome);
-}
-
-bool reaches(IMotionLowLevelClient& robot, std::uint32_t state) {
-  const auto limit = std::chrono::steady_clock::now() + kStateLimit;
-  while (robot.getState() != state) {
-    if (interrupted != 0 || std::chrono::steady_clock::now() > limit) return false;
-    std::this_thread::sleep_for(10ms);
-  }
-  return true;
-}
-
-const char* run(IMotionLowLevelClient& robot, const Options& options) {
-  if (!robot.connect(Pilot::kHertz, kLeaseMs) || !reaches(robot, kConnected)) {
-    return options.board ? "get a session" : "open the topics";
-  }
-  if (!robot.setSessionFlag(true) || !reaches(robot, kPrepared)) return "switch the drive on";
-  Pilot pilot(robot, interrupted);
-  if (const char* const failed = perform(pilot, options)) return failed;
-  if (!robot.setSessionFlag(false)) return "switch the drive off";
-  std::printf("It lies again; the motors are free.\n");
+/// Null when a robot that was held firmly stands, else what is wrong.
+const char* faultOf(const Held& held) {
+  if (!held.tiltIsKnown) return "the inertial unit doesn't know its attitude";
+  if (held.tilt > kLargestTilt) return "the body is tilted";
+  if (std::abs(loadOf(held.torque) - 1) > kLoadOff) return "the legs don't carry its weight";
   return nullptr;
 }
 
-const char* connectAndRun(const Options& options) {
+void await(IMotionLowLevelClient& robot, std::uint32_t state, const std::string& failed) {
+  const auto limit = std::chrono::steady_clock::now() + kStateLimit;
+  while (robot.getState() != state) {
+    if (interrupted != 0) throw Interrupted();
+    if (std::chrono::steady_clock::now() > limit) {
+      throw std::runtime_error(failed + " (error " + std::to_string(robot.getLastError()) + ")");
+    }
+    std::this_thread::sleep_for(10ms);
+  }
+}
+
+std::shared_ptr<IMotionLowLevelClient> prepare(const Options& options) {
   auto* const service = IMotionSdkService::instance();
   if (!options.board) service->setNetworkInterface(options.interface.c_str());
-  if (!service->initial(nullptr, "low_level_stand", kDaemonSeconds)) return "initialise";
+  if (!service->initial(nullptr, "low_level_stand", kDaemonSeconds)) {
+    throw std::runtime_error("could not initialise the library");
+  }
   if (options.board == service->isMultiDevice()) {
-    return options.board ? "begin: this is no robot's board (--board)"
-                         : "begin: this is a robot's board, which takes --board";
+    throw std::runtime_error(options.board ? "this is no robot's board (--board)"
+                                           : "this is a robot's board, which takes --board");
   }
-  const auto robot = IMotionLowLevelClient::create();
-  if (robot == nullptr) return "make a low-level client";
-  const char* const failed = run(*robot, options);
-  if (failed != nullptr && interrupted == 0) {
-    if (const auto error = robot->getLastError()) std::fprintf(stderr, "error %u: ", error);
+  auto robot = IMotionLowLevelClient::create();
+  if (robot == nullptr) throw std::runtime_error("could not make a low-level client");
+  if (!robot->connect(Pilot::kHertz, kLeaseMs)) throw std::runtime_error("could not connect");
+  await(*robot, kConnected, "could not get a session");
+  robot->setSessionFlag(true);
+  await(*robot, kPrepared, "could not switch the drive on");
+  return robot;
+}
+
+void run(const Options& options) {
+  const auto robot = prepare(options);
+  // This thread only, and only where the machine lets it: keeps its time on a busy one.
+  sched_param own{};
+  own.sched_priority = kPriority;
+  static_cast<void>(sched_setscheduler(0, SCHED_FIFO, &own));
+  Pilot pilot(*robot, interrupted);
+  Held held;
+  try {
+    held = patiently(standUp, pilot);
+  } catch (const Interrupted&) {
+    patiently(lower, pilot);
+    throw;
   }
-  robot->disconnect();
-  return failed;
+  const char* const fault = faultOf(held);
+  if (fault == nullptr) {
+    std::printf("It stands.\n");
+  } else {
+    std::printf("It doesn't stand: %s.\n", fault);
+  }
+  std::printf(
+      "Joints off by %.3f rad at most, tilt %.3f rad at most, %.0f %% of the weight on legs.\n",
+      held.off, held.tilt, 100 * loadOf(held.torque));
+  patiently(lower, pilot);
+  if (fault != nullptr) throw std::runtime_error("the robot didn't stand");
+  robot->disconnect();  // and so switches the drive off
+  std::printf("It is down again; the motors are free.\n");
 }
 
 }  // namespace
@@ -220,20 +180,20 @@ const char* connectAndRun(const Options& options) {
 int main(int argc, char** argv) {
   Options options;
   if (!read(argc, argv, options)) {
-    printHelp(stderr);
+    std::fputs("low_level_stand [--interface NAME | --board]\n", stderr);
     return 2;
-  }
-  if (options.help) {
-    printHelp(stdout);
-    return EXIT_SUCCESS;
   }
   std::setvbuf(stdout, nullptr, _IOLBF, 0);  // a line per phase, also in a pipe
   std::signal(SIGINT, [](int) { interrupted = 1; });
   std::signal(SIGTERM, [](int) { interrupted = 1; });
 
-  const char* const failed = connectAndRun(options);
+  int status = EXIT_SUCCESS;
+  try {
+    run(options);
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "low_level_stand: %s\n", failure.what());
+    status = interrupted != 0 ? 130 : EXIT_FAILURE;
+  }
   IMotionSdkService::instance()->shutdown();
-  if (failed == nullptr) return EXIT_SUCCESS;
-  std::fprintf(stderr, "low_level_stand: could not %s\n", failed);
-  return interrupted != 0 ? 130 : EXIT_FAILURE;
+  return status;
 }

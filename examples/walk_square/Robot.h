@@ -67,8 +67,8 @@ class Robot {
   void lieDown();
   void release();
 
-  /// Metres per second forward and left, radians per second counter-clockwise. The robot stops by
-  /// itself when this isn't repeated within a second.
+  /// Metres per second forward and left, radians per second counter-clockwise. The robot brakes by
+  /// itself when this isn't repeated within 0.7 s.
   void move(double forward, double left, double turn);
   void stop();
   [[nodiscard]] Pose pose() const;

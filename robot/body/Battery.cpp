@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "body/Upkeep.h"
+
 namespace orvane::robot {
 namespace {
 
@@ -9,7 +11,6 @@ constexpr double kCapacityWattHours = 350;
 constexpr double kEmptyVolts = 21.6;
 constexpr double kFullVolts = 25.2;
 constexpr double kResistanceOhms = 0.04;
-constexpr double kAmbient = 25;
 constexpr double kHeatPerWatt = 0.02;  // degrees above ambient per watt drawn, after a long time
 constexpr double kHeatSeconds = 900;
 

@@ -57,8 +57,8 @@ struct ImuState {
   Vector3 accel{};     ///< specific force in the body's frame, m/s^2 (at rest: +9.81 on z)
   Vector3 gyro{};      ///< angular velocity in the body's frame, rad/s
   Vector3 magnetic{};  ///< magnetic field in the body's frame, microtesla
-  Vector3 euler{};     ///< roll, pitch, yaw, rad; yaw in (-pi, pi]
-  std::array<double, 4> quaternion{1, 0, 0, 0};  ///< w, x, y, z: body to world, of norm 1
+  Vector3 euler{};     ///< roll, pitch, yaw, rad; yaw in (-pi, pi], from anywhere
+  std::array<double, 4> quaternion{1, 0, 0, 0};  ///< w, x, y, z: the same, norm 1
   double temperature = 0;                        ///< degrees Celsius
 };
 
@@ -70,15 +70,16 @@ struct BatteryState {
   double voltage = 0;      ///< V
 };
 
-/// Everything that can be seen of a body. World frame: origin and x axis where the body was when it
-/// was made, z up.
+/// Everything that can be seen of a body, as it knows it: a body with sensors estimates its height,
+/// velocities, position and yaw. World frame: origin and x axis where the body was when it was
+/// made, z up.
 struct BodyState {
   bool powered = false;
   bool still = true;        ///< nothing moves, no step is under way
   bool down = true;         ///< lies still on its belly, legs under it: from there it can stand up
   bool fallen = false;      ///< its legs can't carry it: tilted too far, or lies with legs astray
   double height = 0;        ///< of the hips above the ground, m
-  Twist velocity;           ///< true velocity, body frame
+  Twist velocity;           ///< that it has, level frame (the yaw is the body's)
   Vector3 position{};       ///< world, m; z is the height
   Vector3 worldVelocity{};  ///< world, m/s
   double yaw = 0;           ///< rad, in (-pi, pi]

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "body/Ease.h"
+
 namespace orvane::robot {
 namespace {
 
@@ -36,7 +38,7 @@ Vector3 Gait::footOffset(std::size_t leg, double x, double y, double stepHeight)
     along = 0.5 - phase / kStanceShare;
   } else {
     const double s = (phase - kStanceShare) / (1 - kStanceShare);
-    along = -0.5 - s + 2 * s * s * (3 - 2 * s);
+    along = -0.5 - s + 2 * smoothStep(s);
     lift = std::sin(M_PI * s);
   }
   const double stride = activity_ * kStanceShare / kFrequency;

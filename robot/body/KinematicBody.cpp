@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "body/Ease.h"
 #include "body/JointModel.h"
 #include "body/LegKinematics.h"
 #include "body/Upkeep.h"
@@ -38,10 +39,6 @@ constexpr double kDampingTorque = 0.25;  // N m per rad/s
 bool standsStill(const Twist& velocity) {
   return std::abs(velocity.x) < kStandstill && std::abs(velocity.y) < kStandstill &&
          std::abs(velocity.yaw) < kStandstill;
-}
-
-double approach(double value, double target, double largestChange) {
-  return value + std::clamp(target - value, -largestChange, largestChange);
 }
 
 double slewed(double value, double target, const Slew& slew, bool powered, double seconds) {

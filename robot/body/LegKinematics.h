@@ -30,6 +30,8 @@ struct JointLimit {
 };
 inline constexpr std::array<JointLimit, kJointsPerLeg> kJointLimits{
     {{-0.90, 0.90, 24.0}, {-1.20, 3.00, 24.0}, {-2.80, -0.50, 45.0}}};
+/// With which a motor brakes that doesn't drive, N m s/rad.
+inline constexpr double kBrakeDamping = 2.0;
 
 /// +1 for the left legs, -1 for the right ones.
 constexpr double sideOf(std::size_t leg) {

@@ -20,12 +20,4 @@ Vector3 toLevel(double roll, double pitch, const Vector3& body) {
   return {cp * body[0] + sp * z, y, -sp * body[0] + cp * z};
 }
 
-Vector3 toBody(double roll, double pitch, const Vector3& level) {
-  const double cr = std::cos(roll), sr = std::sin(roll);
-  const double cp = std::cos(pitch), sp = std::sin(pitch);
-  const double x = cp * level[0] - sp * level[2];
-  const double z = sp * level[0] + cp * level[2];
-  return {x, cr * level[1] + sr * z, -sr * level[1] + cr * z};
-}
-
 }  // namespace orvane::robot

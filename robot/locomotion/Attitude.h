@@ -10,8 +10,6 @@ namespace orvane::robot {
 [[nodiscard]] Vector3 eulerOf(const std::array<double, 4>& quaternion);
 /// `body` as seen from the level frame, which shares the yaw of a body with these angles.
 [[nodiscard]] Vector3 toLevel(double roll, double pitch, const Vector3& body);
-/// The reverse.
-[[nodiscard]] Vector3 toBody(double roll, double pitch, const Vector3& level);
 
 [[nodiscard]] constexpr Vector3 sum(const Vector3& a, const Vector3& b) {
   return {a[0] + b[0], a[1] + b[1], a[2] + b[2]};

@@ -12,6 +12,15 @@ namespace {
 constexpr double kTouching = 8;            // N
 constexpr double kVelocitySeconds = 0.03;  // legs against accelerometer
 constexpr double kHeightSeconds = 0.01;
+constexpr double kUnsureSeconds = 0.1;  // longer than a trot has less than two feet on the ground
+
+/// How fast the foot's centre moves because its ball rolls where it stands: level frame, m/s.
+Vector3 rolling(double roll, double pitch, const LegAngles& angles, const LegAngles& rates,
+                const Vector3& gyro) {
+  const double bending = rates[1] + rates[2];
+  const Vector3 shank{rates[0], std::cos(angles[0]) * bending, std::sin(angles[0]) * bending};
+  return cross(toLevel(roll, pitch, sum(gyro, shank)), {0, 0, kFootRadius});
+}
 
 }  // namespace
 
@@ -32,6 +41,10 @@ Vector3 footVelocity(std::size_t leg, const std::array<double, kJointsPerLeg>& a
           (aside * ch + down * sh) * rates[0] + shorter * ch};
 }
 
+Estimator::Estimator() {
+  now_.height = kLyingHeight;
+}
+
 void Estimator::step(const Readings& readings, const std::array<bool, kLegs>& carrying,
                      double seconds) {
   now_.euler = eulerOf(readings.attitude);
@@ -50,11 +63,11 @@ void Estimator::step(const Readings& readings, const std::array<bool, kLegs>& ca
                           readings.velocity[first + 2]};
     const Vector3 foot = sum(hipOf(leg), footPosition(leg, angles));
     now_.feet[leg] = toLevel(roll, pitch, foot);
-    now_.touches[leg] = readings.footForce[leg] > kTouching;
-    if (!now_.touches[leg] || !carrying[leg]) continue;
+    if (readings.footForce[leg] <= kTouching || !carrying[leg]) continue;
     const Vector3 moving = sum(footVelocity(leg, angles, rates), cross(readings.gyro, foot));
     const Vector3 level = toLevel(roll, pitch, moving);
-    for (std::size_t axis = 0; axis < 3; ++axis) byLegs[axis] -= level[axis];
+    const Vector3 rolls = rolling(roll, pitch, angles, rates, readings.gyro);
+    for (std::size_t axis = 0; axis < 3; ++axis) byLegs[axis] += rolls[axis] - level[axis];
     height += kFootRadius - now_.feet[leg][2];
     ++standing;
   }
@@ -73,15 +86,24 @@ void Estimator::step(const Readings& readings, const std::array<bool, kLegs>& ca
     else
       velocity *= 1 - seconds;  // in the air or on the belly nothing is known for long
   }
-  const double seen = standing > 0 ? std::max(height / standing, kLyingHeight) : kLyingHeight;
-  if (standing > 1 || now_.height == 0) {
-    now_.height += (seen - now_.height) * std::min(seconds / kHeightSeconds, 1.0);
-  }
-  const double cosine = std::cos(now_.euler[2]);
-  const double sine = std::sin(now_.euler[2]);
+  judgeHeight(height, standing, seconds);
+  if (!firstYaw_) firstYaw_ = now_.euler[2];
+  now_.yaw = std::remainder(now_.euler[2] - *firstYaw_, 2 * M_PI);
+  const double cosine = std::cos(now_.yaw);
+  const double sine = std::sin(now_.yaw);
   now_.position[0] += (cosine * now_.velocity[0] - sine * now_.velocity[1]) * seconds;
   now_.position[1] += (sine * now_.velocity[0] + cosine * now_.velocity[1]) * seconds;
   now_.position[2] = now_.height;
+}
+
+/// `sum`: of the heights that the standing feet tell of.
+void Estimator::judgeHeight(double sum, int standing, double seconds) {
+  unsureSeconds_ = standing > 1 ? 0 : unsureSeconds_ + seconds;
+  // For a moment a stride may leave one foot or none: nothing has become of the height. A robot
+  // that goes on so lies, or will soon.
+  if (standing < 2 && unsureSeconds_ < kUnsureSeconds) return;
+  const double seen = standing > 0 ? std::max(sum / standing, kLyingHeight) : kLyingHeight;
+  now_.height += (seen - now_.height) * std::min(seconds / kHeightSeconds, 1.0);
 }
 
 }  // namespace orvane::robot

@@ -3,34 +3,33 @@
 #include <algorithm>
 #include <cmath>
 
+#include "body/Ease.h"
 #include "body/LegKinematics.h"
-#include "locomotion/Attitude.h"
+#include "motion/MotionLimits.h"
 
 namespace orvane::robot {
 namespace {
 
-constexpr double kRiseSpeed = 0.18;       // m/s
-constexpr double kFoldSpeed = 1.5;        // rad/s, out of a pose that it took over
-constexpr double kStanceStiffness = 110;  // N m/rad
-constexpr double kStanceDamping = 3.0;    // N m s/rad
-constexpr double kSwingStiffness = 80;
-constexpr double kSwingDamping = 2.0;
-constexpr double kRecoveryStiffness = 60;
-constexpr double kRecoveryDamping = 2.5;
-constexpr double kLevelling =
-    0.6;  // share of a tilt that the legs make up for besides their stiffness
-constexpr double kLevellingRate = 0.06;  // s
-constexpr double kMostLevelling = 0.05;  // m
-
-double approach(double value, double target, double most) {
-  return value + std::clamp(target - value, -most, most);
-}
+constexpr double kRiseSpeed = 0.18;          // m/s
+constexpr double kMostWalkingHeight = 0.31;  // m; legs that are longer don't reach for a stride
+constexpr double kFoldSpeed = 1.5;           // rad/s, out of a pose that it took over
+constexpr double kStanceStiffness = 110;     // N m/rad
+constexpr double kStanceDamping = 3.0;       // N m s/rad
+constexpr double kSwingStiffness = 80;       // N m/rad
+constexpr double kSwingDamping = 2.0;        // N m s/rad
+constexpr double kRecoveryStiffness = 60;    // N m/rad
+constexpr double kRecoveryDamping = 2.5;     // N m s/rad
+constexpr double kFastestJoint = 15;         // rad/s that a joint is led at
+constexpr double kLoadedAbove = 0.05;        // m above lying from which the legs carry everything
+constexpr double kLevelling = 0.6;           // share of a tilt that longer legs make up for
+constexpr double kLevellingSeconds = 0.06;   // of a tilt's rate, the same
+constexpr double kMostLevelling = 0.05;      // m
 
 }  // namespace
 
 void Locomotion::takeOver(const Readings& readings) {
   trot_.reset();
-  height_ = std::clamp(seen().height, kLyingHeight, 0.34);
+  height_ = std::clamp(seen().height, kLyingHeight, kBodyHeight.upper);
   for (std::size_t leg = 0; leg < kLegs; ++leg) {
     const LegAngles rest =
         legAngles(leg, {0, sideOf(leg) * kGeometry.hipLength, kFootRadius - height_});
@@ -78,19 +77,20 @@ void Locomotion::stand(const BodyCommand& command, double seconds) {
   const bool away =
       std::any_of(offset_.begin(), offset_.end(), [](double left) { return left != 0; });
   for (double& left : offset_) left = approach(left, 0, kFoldSpeed * seconds);
-  if (!away) height_ = approach(height_, command.height, kRiseSpeed * seconds);
+  const double most = command.stepping || trot_.stepping() ? kMostWalkingHeight : kBodyHeight.upper;
+  if (!away) height_ = approach(height_, std::min(command.height, most), kRiseSpeed * seconds);
   trot_.step(command.stepping, command.velocity, command.stepHeight, now, seconds);
 
   int standing = 0;
   for (const Trot::Foot& foot : trot_.feet()) standing += foot.swings ? 0 : 1;
-  const double share = std::clamp((height_ - kLyingHeight) / 0.05, 0.0, 1.0);
+  const double share = std::clamp((height_ - kLyingHeight) / kLoadedAbove, 0.0, 1.0);
   for (std::size_t leg = 0; leg < kLegs; ++leg) {
     const Trot::Foot& foot = trot_.feet()[leg];
     const Vector3 hip = hipOf(leg);
     // A tilted robot is brought back by its legs' stiffness, and by making the lower ones longer.
     const double tilt =
-        share * ((kLevelling * now.euler[0] + kLevellingRate * now.rates[0]) * foot.place[1] -
-                 (kLevelling * now.euler[1] + kLevellingRate * now.rates[1]) * foot.place[0]);
+        share * ((kLevelling * now.euler[0] + kLevellingSeconds * now.rates[0]) * foot.place[1] -
+                 (kLevelling * now.euler[1] + kLevellingSeconds * now.rates[1]) * foot.place[0]);
     const double levelling = std::clamp(tilt, -kMostLevelling, kMostLevelling);
     const Vector3 place{foot.place[0] - hip[0], foot.place[1] - hip[1],
                         foot.place[2] + kFootRadius - height_ + levelling};
@@ -102,7 +102,8 @@ void Locomotion::stand(const BodyCommand& command, double seconds) {
     const LegAngles torques = supportTorques(leg, angles, load);
     for (std::size_t joint = 0; joint < kJointsPerLeg; ++joint) {
       const std::size_t index = leg * kJointsPerLeg + joint;
-      const double velocity = std::clamp((ahead[joint] - angles[joint]) / seconds, -15.0, 15.0);
+      const double velocity =
+          std::clamp((ahead[joint] - angles[joint]) / seconds, -kFastestJoint, kFastestJoint);
       commands_[index] = {angles[joint] + offset_[index],
                           velocity,
                           foot.swings ? kSwingStiffness : kStanceStiffness,

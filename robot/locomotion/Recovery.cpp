@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "body/Ease.h"
 #include "body/LegKinematics.h"
 
 namespace orvane::robot {
@@ -16,10 +17,18 @@ constexpr double kPushSeconds = 0.45;
 constexpr double kFoldSeconds = 0.9;
 constexpr double kRestSeconds = 0.35;  // behind each motion, for what it set going
 
-constexpr LegAngles kStretched{0.8, 3.0, -0.55};
+// Poses of a leg: hip (positive: outwards, away from the robot), thigh, calf, rad.
+constexpr LegAngles kStretched{0.8, 3.0, -0.55};  // up, past the back
+constexpr LegAngles kTurnedBack{-0.2, 3.0, -2.6};
+constexpr LegAngles kOutOfTheWay{0.2, 1.0, -2.6};
+constexpr LegAngles kDrawnIn{0.4, 3.0, -2.7};
+constexpr LegAngles kSwungOut{-0.9, 3.0, -0.9};
+constexpr LegAngles kTucked{0, 1.2, -2.7};
+constexpr LegAngles kHanging{-0.5, 1.2, -2.2};
 
+/// As if it lay on its belly.
 LegAngles folded(std::size_t leg) {
-  return legAngles(leg, {0, sideOf(leg) * kGeometry.hipLength, -0.068});  // as if it lay
+  return legAngles(leg, {0, sideOf(leg) * kGeometry.hipLength, kFootRadius - kLyingHeight});
 }
 
 }  // namespace
@@ -60,9 +69,9 @@ void Recovery::next(const Estimate& seen) {
   const double lower = roll > 0 ? -1 : 1;  // roll above 0: the left side is up
   switch (phase_) {
     case Phase::kReach:  // legs of the upper side stretch against the ground
-      return enter(Phase::kHeave, pose(-side_, kStretched, {0.2, 1.0, -2.6}), kPushSeconds);
+      return enter(Phase::kHeave, pose(-side_, kStretched, kOutOfTheWay), kPushSeconds);
     case Phase::kTuck:  // legs below swing outwards against the ground
-      return enter(Phase::kPush, pose(side_, {-0.9, 3.0, -0.9}, {0, 1.2, -2.7}), kPushSeconds);
+      return enter(Phase::kPush, pose(side_, kSwungOut, kTucked), kPushSeconds);
     default:
       break;
   }
@@ -74,12 +83,12 @@ void Recovery::next(const Estimate& seen) {
     enter(Phase::kFold, pose(1, folded(0), folded(0)), kFoldSeconds);
   } else if (std::abs(roll) > kOnBack) {
     side_ = lower;
-    enter(Phase::kReach, pose(-side_, {-0.2, 3.0, -2.6}, {0.2, 1.0, -2.6}), kTuckSeconds);
+    enter(Phase::kReach, pose(-side_, kTurnedBack, kOutOfTheWay), kTuckSeconds);
   } else {
     // Legs that just heaved it up hold it there.
-    const LegAngles above = phase_ == Phase::kHeave ? kStretched : LegAngles{-0.5, 1.2, -2.2};
+    const LegAngles above = phase_ == Phase::kHeave ? kStretched : kHanging;
     side_ = lower;
-    enter(Phase::kTuck, pose(side_, {0.4, 3.0, -2.7}, above), kTuckSeconds);
+    enter(Phase::kTuck, pose(side_, kDrawnIn, above), kTuckSeconds);
   }
 }
 
@@ -92,7 +101,7 @@ const Recovery::Angles& Recovery::step(const Estimate& seen, double seconds) {
     next(seen);
   }
   const double share = length_ > 0 ? std::clamp(since_ / length_, 0.0, 1.0) : 1;
-  const double blend = share * share * (3 - 2 * share);
+  const double blend = smoothStep(share);
   if (phase_ != Phase::kDone) {
     for (std::size_t joint = 0; joint < kJoints; ++joint) {
       now_[joint] = from_[joint] + (target_[joint] - from_[joint]) * blend;

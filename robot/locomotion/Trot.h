@@ -19,7 +19,8 @@ class Trot {
     bool swings = false;
   };
 
-  /// `wanted`: step with that velocity; else come to a stand.
+  /// `wanted`: step with that velocity, or slower where it makes a curve too tight for its speed;
+  /// else come to a stand.
   void step(bool wanted, const Twist& velocity, double stepHeight, const Estimate& seen,
             double seconds);
   /// All feet back to where they stand at rest, as the robot lies or stands up.
@@ -34,11 +35,12 @@ class Trot {
   [[nodiscard]] static Vector3 rest(std::size_t leg);
 
  private:
-  void slew(const Twist& target, double seconds);
+  static void slew(Twist& twist, const Twist& target, double linear, double angular);
+  void track(const Estimate& seen, double seconds);
   void stance(std::size_t leg, double seconds);
   void swing(std::size_t leg, double share, double stepHeight, const Estimate& seen,
              double seconds);
-  [[nodiscard]] bool atRest() const;
+  [[nodiscard]] bool canStand(const Estimate& seen) const;
 
   std::array<Foot, kLegs> feet_{};
   std::array<Vector3, kLegs> lifted_{};  // where each foot left the ground
@@ -46,7 +48,6 @@ class Trot {
   Twist correction_;                     // added, so that it is reached
   double cycle_ = 0;                     // 0..1
   bool stepping_ = false;
-  int restCycles_ = 0;  // of stepping on the spot before it stands
 };
 
 }  // namespace orvane::robot

@@ -8,7 +8,8 @@
 namespace orvane::robot {
 namespace {
 
-constexpr double kHeightReached = 0.012;  // m
+constexpr double kHeightReached = 0.012;          // m
+constexpr std::uint64_t kMostRecoveryMs = 20000;  // then it has fallen for good
 
 /// What an action leads to in a posture: the next posture, or a refusal.
 struct Cell {
@@ -76,6 +77,7 @@ std::optional<Refusal> MotionController::start(Action action, const Twist& veloc
   if (why != nullptr) return Refusal{Reason::kNotNow, why};
   lieDownAfterStop_ = action == Action::kLaying;
   if (cell.next != posture_ || action == Action::kLaying) stayOff_ = false;
+  if (cell.next == Posture::kRecovering && posture_ != cell.next) recoveringSinceMs_ = nowMs;
   if (cell.next != posture_) enter(cell.next);
   if (cell.next == Posture::kWalking) {
     velocity_ = velocity;
@@ -128,7 +130,11 @@ void MotionController::advance(const BodyState& body, std::uint64_t nowMs) {
       break;
     case Posture::kRecovering:
       rising_ = rising_ || down_;
-      if (rising_ && up) enter(Posture::kStanding);
+      if (rising_ && up) {
+        enter(Posture::kStanding);
+      } else if (nowMs >= recoveringSinceMs_ + kMostRecoveryMs) {
+        enter(Posture::kFallen);
+      }
       break;
     case Posture::kFallen:
       if (down_) enter(stayOff_ ? Posture::kDamped : Posture::kLying);

@@ -42,7 +42,8 @@ inline constexpr std::size_t kActions = 7;
 
 /// Decides which action is possible in which posture and leads the body through it. Laying down
 /// while walking first stops; an emergency stop latches until kRecoveryStand; a walk whose command
-/// isn't refreshed within kWalkRefreshMs stops.
+/// isn't refreshed within kWalkRefreshMs stops; a recovery that takes longer than 20 s ends in
+/// kFallen, from where another may be tried.
 ///
 /// Not thread-safe: the robot mutex guards it. Times are milliseconds of the platform's clock.
 class MotionController {
@@ -96,6 +97,7 @@ class MotionController {
   bool stayOff_ = false;  // of kDamped and kFallen: the motors aren't switched on by lying down
   Twist velocity_;
   std::uint64_t refreshedMs_ = 0;
+  std::uint64_t recoveringSinceMs_ = 0;
   double bodyHeight_ = kBodyHeight.initial;
   double stepHeight_ = kStepHeight.initial;
 };

@@ -1,8 +1,8 @@
 #include "physics/Model.h"
 
 #include <array>
-#include <cstdarg>
-#include <cstdio>
+#include <charconv>
+#include <string_view>
 
 #include "body/LegKinematics.h"
 
@@ -20,22 +20,38 @@ constexpr double kTrunkMass = kBodyMass - kLegs * kLegMass;
 constexpr std::array<double, kJointsPerLeg> kRotorInertia{0.011, 0.011, 0.017};
 constexpr double kJointDamping = 0.05;   // N m s/rad
 constexpr double kJointFriction = 0.15;  // N m
-constexpr std::array<const char*, kJointsPerLeg> kJointNames{"hip", "thigh", "calf"};
 
-[[gnu::format(printf, 2, 3)]] void append(std::string& text, const char* format, ...) {
-  std::array<char, 512> line{};
-  std::va_list arguments;
-  va_start(arguments, format);
-  const int length = std::vsnprintf(line.data(), line.size(), format, arguments);
-  va_end(arguments);
-  text.append(line.data(), static_cast<std::size_t>(length));
+void appendFigure(std::string& text, double figure) {
+  std::array<char, 32> digits{};
+  // Unlike printf it writes a point in every locale.
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), figure).ptr;
+  text.append(digits.data(), end);
+}
+void appendFigure(std::string& text, std::size_t number) {
+  text += std::to_string(number);
+}
+void appendFigure(std::string& text, const char* word) {
+  text += word;
+}
+
+/// `pattern`, with the figures where it has a %.
+template <class... Figures>
+void append(std::string& text, std::string_view pattern, const Figures&... figures) {
+  [[maybe_unused]] const auto next = [&](const auto& figure) {
+    const std::size_t place = pattern.find('%');
+    text += pattern.substr(0, place);
+    appendFigure(text, figure);
+    pattern.remove_prefix(place + 1);
+  };
+  (next(figures), ...);
+  text += pattern;
 }
 
 void appendJoint(std::string& text, std::size_t leg, std::size_t joint) {
   const JointLimit& limit = kJointLimits[joint];
   append(text,
-         "<joint name='%s%zu' axis='%s' range='%g %g' armature='%g' damping='%g' "
-         "frictionloss='%g'/>\n",
+         "<joint name='%%' axis='%' range='% %' armature='%' damping='%' "
+         "frictionloss='%'/>\n",
          kJointNames[joint], leg, joint == 0 ? "1 0 0" : "0 1 0", limit.lower, limit.upper,
          kRotorInertia[joint], kJointDamping, kJointFriction);
 }
@@ -43,24 +59,22 @@ void appendJoint(std::string& text, std::size_t leg, std::size_t joint) {
 void appendLeg(std::string& text, std::size_t leg) {
   const Vector3 hip = hipOf(leg);
   const double aside = sideOf(leg) * kGeometry.hipLength;
-  append(text, "<body name='hip%zu' pos='%g %g 0'>\n", leg, hip[0], hip[1]);
+  append(text, "<body name='hip%' pos='% % 0'>\n", leg, hip[0], hip[1]);
   appendJoint(text, leg, 0);
-  append(text,
-         "<geom class='dark' type='cylinder' fromto='0 %g 0 0 %g 0' size='0.042' mass='%g'/>\n",
+  append(text, "<geom class='dark' type='cylinder' fromto='0 % 0 0 % 0' size='0.042' mass='%'/>\n",
          aside * 0.35, aside * 0.85, kHipMass);
-  append(text, "<body name='thigh%zu' pos='0 %g 0'>\n", leg, aside);
+  append(text, "<body name='thigh%' pos='0 % 0'>\n", leg, aside);
   appendJoint(text, leg, 1);
   append(text,
-         "<geom class='light' type='capsule' fromto='0 0 -0.02 0 0 %g' size='0.024' mass='%g'/>\n",
+         "<geom class='light' type='capsule' fromto='0 0 -0.02 0 0 %' size='0.024' mass='%'/>\n",
          -kGeometry.thighLength, kThighMass);
-  append(text, "<body name='calf%zu' pos='0 0 %g'>\n", leg, -kGeometry.thighLength);
+  append(text, "<body name='calf%' pos='0 0 %'>\n", leg, -kGeometry.thighLength);
   appendJoint(text, leg, 2);
-  append(text, "<geom class='dark' type='capsule' fromto='0 0 0 0 0 %g' size='0.013' mass='%g'/>\n",
+  append(text, "<geom class='dark' type='capsule' fromto='0 0 0 0 0 %' size='0.013' mass='%'/>\n",
          -kGeometry.calfLength + 0.02, kCalfMass);
-  append(text,
-         "<geom name='foot%zu' class='foot' type='sphere' pos='0 0 %g' size='%g' mass='%g'/>\n",
+  append(text, "<geom name='foot%' class='foot' type='sphere' pos='0 0 %' size='%' mass='%'/>\n",
          leg, -kGeometry.calfLength, kFootRadius, kFootMass);
-  append(text, "<site name='foot%zu' type='sphere' pos='0 0 %g' size='%g' rgba='0 0 0 0'/>\n", leg,
+  append(text, "<site name='foot%' type='sphere' pos='0 0 %' size='%' rgba='0 0 0 0'/>\n", leg,
          -kGeometry.calfLength, kFootRadius + 0.004);
   text += "</body></body></body>\n";
 }
@@ -70,7 +84,7 @@ void appendLeg(std::string& text, std::size_t leg) {
 std::string quadrupedModel(const Variation& variation) {
   std::string text = "<mujoco model='quadruped'>\n";
   append(text,
-         "<compiler autolimits='true' angle='radian'/>\n<option timestep='%g' "
+         "<compiler autolimits='true' angle='radian'/>\n<option timestep='%' "
          "integrator='implicit' cone='elliptic' impratio='10' "
          "iterations='20'/>\n",
          kPhysicsStep);
@@ -89,7 +103,7 @@ std::string quadrupedModel(const Variation& variation) {
       "texrepeat='1 1' texuniform='true'/></asset>\n";
   // Robot and ground touch, parts of the robot don't touch each other.
   append(text,
-         "<default><geom contype='2' conaffinity='1' friction='%g 0.01 0.0005' solref='0.01 1' "
+         "<default><geom contype='2' conaffinity='1' friction='% 0.01 0.0005' solref='0.01 1' "
          "condim='3'/>\n",
          variation.friction);
   text +=
@@ -100,28 +114,28 @@ std::string quadrupedModel(const Variation& variation) {
   text += "<worldbody>\n";
   append(text,
          "<geom name='ground' type='plane' size='100 100 1' material='tiles' contype='1' "
-         "conaffinity='2' friction='%g 0.01 0.0005'/>\n",
+         "conaffinity='2' friction='% 0.01 0.0005'/>\n",
          variation.friction);
-  append(text, "<body name='trunk' pos='0 0 %g'><freejoint name='base'/>\n", kLyingHeight + 0.01);
+  append(text, "<body name='trunk' pos='0 0 %'><freejoint name='base'/>\n", kLyingHeight + 0.01);
   text +=
       "<site name='imu'/>\n<light mode='track' directional='true' pos='-.9 -.9 3' dir='.3 .3 -1' "
       "diffuse='.75 .75 .75'/>\n";
   const double mass = kTrunkMass + variation.trunkMass;
   // A rounded hull around a heavy core; the belly is kLyingHeight below the hips.
-  append(text, "<geom class='hull' type='box' size='0.16 0.055 0.045' mass='%g'/>\n", mass * 0.8);
+  append(text, "<geom class='hull' type='box' size='0.16 0.055 0.045' mass='%'/>\n", mass * 0.8);
   for (const double side : {-1.0, 1.0}) {
     append(text,
-           "<geom class='dark' type='capsule' fromto='-0.15 %g %g 0.15 %g %g' size='0.025' "
-           "mass='%g'/>\n",
+           "<geom class='dark' type='capsule' fromto='-0.15 % % 0.15 % %' size='0.025' "
+           "mass='%'/>\n",
            side * 0.045, -kLyingHeight + 0.025, side * 0.045, -kLyingHeight + 0.025, mass * 0.06);
     append(text,
-           "<geom class='hull' type='capsule' fromto='-0.14 %g 0.035 0.14 %g 0.035' size='0.02' "
-           "mass='%g'/>\n",
+           "<geom class='hull' type='capsule' fromto='-0.14 % 0.035 0.14 % 0.035' size='0.02' "
+           "mass='%'/>\n",
            side * 0.045, side * 0.045, mass * 0.03);
   }
   append(text,
-         "<geom class='dark' type='sphere' pos='0.21 0 0.01' size='0.045' mass='%g'/>\n"
-         "<geom class='light' type='sphere' pos='-0.20 0 0.01' size='0.035' mass='%g'/>\n",
+         "<geom class='dark' type='sphere' pos='0.21 0 0.01' size='0.045' mass='%'/>\n"
+         "<geom class='light' type='sphere' pos='-0.20 0 0.01' size='0.035' mass='%'/>\n",
          mass * 0.01, mass * 0.01);
   for (std::size_t leg = 0; leg < kLegs; ++leg) appendLeg(text, leg);
   text += "</body></worldbody>\n<actuator>\n";
@@ -130,8 +144,8 @@ std::string quadrupedModel(const Variation& variation) {
     for (std::size_t joint = 0; joint < kJointsPerLeg; ++joint) {
       const double limit = kJointLimits[joint].maxTorque;
       append(text,
-             "<general name='%s%zu' joint='%s%zu' gaintype='fixed' biastype='affine' gainprm='1' "
-             "biasprm='0 0 0' forcelimited='true' forcerange='%g %g'/>\n",
+             "<general name='%%' joint='%%' gaintype='fixed' biastype='affine' gainprm='1' "
+             "biasprm='0 0 0' forcelimited='true' forcerange='% %'/>\n",
              kJointNames[joint], leg, kJointNames[joint], leg, -limit, limit);
     }
   }
@@ -139,7 +153,7 @@ std::string quadrupedModel(const Variation& variation) {
       "</actuator>\n<sensor><accelerometer name='accel' site='imu'/><gyro name='gyro' site='imu'/>"
       "<framequat name='attitude' objtype='site' objname='imu'/>";
   for (std::size_t leg = 0; leg < kLegs; ++leg)
-    append(text, "<touch name='foot%zu' site='foot%zu'/>", leg, leg);
+    append(text, "<touch name='foot%' site='foot%'/>", leg, leg);
   text += "</sensor>\n</mujoco>\n";
   return text;
 }

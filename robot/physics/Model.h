@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <string>
 
+#include "body/Body.h"
 #include "physics/Variation.h"
 
 namespace orvane::robot {
@@ -12,9 +14,13 @@ inline constexpr double kPhysicsStep = 0.001;
 inline constexpr double kFullTorqueSpeed = 14;
 inline constexpr double kNoTorqueSpeed = 28;
 
+/// Of a leg's joints and their motors; in the model the leg's number follows.
+inline constexpr std::array<const char*, kJointsPerLeg> kJointNames{"hip", "thigh", "calf"};
+
 /// The robot and the ground, as MJCF text. Geometry, ranges and torques are those of
 /// LegKinematics.h; masses add up to kBodyMass. Names: body "trunk", joints "hip0".."calf3", motors
 /// alike, feet "foot0".."foot3", sensors as World reads them.
+/// Its figures have a point whatever the process's locale.
 [[nodiscard]] std::string quadrupedModel(const Variation& variation);
 
 }  // namespace orvane::robot

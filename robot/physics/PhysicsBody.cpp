@@ -60,7 +60,7 @@ void PhysicsBody::show(const BodyCommand& command, const JointCommands& commands
   state_.powered = command.powered;
   state_.height = seen.height;
   state_.position = seen.position;
-  const double yaw = seen.euler[2];
+  const double yaw = seen.yaw;
   const Vector3& level = seen.velocity;
   state_.velocity = {level[0], level[1], toLevel(seen.euler[0], seen.euler[1], seen.rates)[2]};
   state_.worldVelocity = {std::cos(yaw) * level[0] - std::sin(yaw) * level[1],
@@ -81,8 +81,8 @@ void PhysicsBody::show(const BodyCommand& command, const JointCommands& commands
   imu.accel = readings.accel;
   imu.gyro = readings.gyro;
   imu.quaternion = readings.attitude;
-  imu.euler = seen.euler;
-  imu.magnetic = magneticField(seen.euler);
+  imu.euler = eulerOf(readings.attitude);
+  imu.magnetic = magneticField(imu.euler);
 }
 
 void PhysicsBody::judge(double seconds) {

@@ -10,7 +10,7 @@ namespace orvane::robot {
 /// A body with weight: what it is asked for is done by motors that turn its joints, and what it
 /// shows comes from its sensors. It falls when its legs don't carry it. Not thread-safe; the same
 /// for the same variation and the same calls, whatever the clock says.
-class PhysicsBody : public Body {
+class PhysicsBody final : public Body {
  public:
   /// `chargePercent`: 0 to 100. Throws std::runtime_error when the physics model can't be loaded.
   explicit PhysicsBody(double chargePercent, const Variation& variation = {});

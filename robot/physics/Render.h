@@ -19,11 +19,11 @@ namespace orvane::robot {
 /// of its own and is only shown where the body is. An animation pauses while nothing moves; it is
 /// written when it is full, or when the film ends.
 ///
-/// Threading contract: made, finished and freed on the owner's thread; see on one thread, which
-/// never waits. The thread "robot:pictures" draws, encodes and writes at low priority, as do the
-/// threads that Mesa starts there. mutex_ guards stopping_, settled_ and works_ and is taken with
-/// no other; report_ is the thread's until it has ended. It ends within one picture and the file's
-/// writing.
+/// Threading contract: made and finished on the owner's thread; freed on that of whoever drops it
+/// last, which waits for its end; see on one thread, which never waits. The thread "robot:pictures"
+/// draws, encodes and writes at low priority, as do the threads that Mesa starts there. mutex_
+/// guards stopping_, settled_ and works_ and is taken with no other; report_ is the thread's until
+/// it has ended. It ends within one picture and the file's writing.
 class Renderer final : public Film {
  public:
   /// Has taken its first picture when it returns, which takes up to some seconds. Throws

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace orvane::robot {
 namespace {
@@ -22,26 +23,44 @@ constexpr int kEffort = 3;      // of 6; more takes longer
   throw std::runtime_error("can't write " + file + ": " + std::strerror(number));
 }
 
-std::string besideOf(const std::string& file) {
-  return file + ".part";
-}
-
-int openBeside(const std::string& file) {
-  const int handle =
-      ::open(besideOf(file).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666);
-  if (handle < 0) fail(file, errno);
-  return handle;
-}
-
-/// 0, or what went wrong.
-int writeAll(int handle, const std::vector<std::uint8_t>& bytes) {
-  for (std::size_t done = 0; done < bytes.size();) {
-    const ssize_t count = ::write(handle, bytes.data() + done, bytes.size() - done);
-    if (count < 0 && errno != EINTR) return errno;
-    if (count > 0) done += static_cast<std::size_t>(count);
+/// A new file beside another, gone with this unless it took the other's place.
+class Beside {
+ public:
+  /// Throws std::runtime_error with the system's words.
+  explicit Beside(const std::string& file) : file_(file) {
+    constexpr int kMostNames = 100;  // others may be there from processes that were killed
+    const std::string prefix = file + ".part-" + std::to_string(::getpid()) + "-";
+    for (int number = 0; handle_ < 0 && number < kMostNames; ++number) {
+      name_ = prefix + std::to_string(number);
+      handle_ = ::open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+      if (handle_ < 0 && errno != EEXIST) break;
+    }
+    if (handle_ < 0) fail(file_, errno);
   }
-  return 0;
-}
+  ~Beside() {
+    if (handle_ >= 0) ::close(handle_);
+    if (!name_.empty()) ::unlink(name_.c_str());
+  }
+  Beside(const Beside&) = delete;
+  Beside& operator=(const Beside&) = delete;
+
+  /// Throws std::runtime_error with the system's words.
+  void become(const std::vector<std::uint8_t>& bytes) {
+    for (std::size_t done = 0; done < bytes.size();) {
+      const ssize_t count = ::write(handle_, bytes.data() + done, bytes.size() - done);
+      if (count < 0 && errno != EINTR) fail(file_, errno);
+      if (count > 0) done += static_cast<std::size_t>(count);
+    }
+    if (::close(std::exchange(handle_, -1)) != 0) fail(file_, errno);
+    if (std::rename(name_.c_str(), file_.c_str()) != 0) fail(file_, errno);
+    name_.clear();
+  }
+
+ private:
+  const std::string& file_;
+  std::string name_;  // empty: it took the other's
+  int handle_ = -1;
+};
 
 }  // namespace
 
@@ -54,19 +73,11 @@ std::optional<PictureKind> pictureKindOf(const std::string& file) {
 void expectWritable(const std::string& file) {
   struct stat there {};
   if (::stat(file.c_str(), &there) == 0 && S_ISDIR(there.st_mode)) fail(file, EISDIR);
-  ::close(openBeside(file));
-  ::unlink(besideOf(file).c_str());
+  const Beside beside(file);
 }
 
 void replaceFile(const std::string& file, const std::vector<std::uint8_t>& bytes) {
-  const int handle = openBeside(file);
-  int trouble = writeAll(handle, bytes);
-  if (::close(handle) != 0 && trouble == 0) trouble = errno;
-  const std::string beside = besideOf(file);
-  if (trouble == 0 && std::rename(beside.c_str(), file.c_str()) != 0) trouble = errno;
-  if (trouble == 0) return;
-  ::unlink(beside.c_str());
-  fail(file, trouble);
+  Beside(file).become(bytes);
 }
 
 std::vector<std::uint8_t> toPng(const Picture& picture) {

@@ -23,8 +23,8 @@ enum class PictureKind { kStill, kAnimation };
 /// Throws std::runtime_error with the system's words when `file` can't be written later on. What
 /// is in it stays.
 void expectWritable(const std::string& file);
-/// Writes beside `file` and renames, so that whoever looks sees the old or the new. Throws
-/// std::runtime_error with the system's words.
+/// Writes beside `file`, under a name that nothing has, and renames, so that whoever looks sees the
+/// old or the new. Throws std::runtime_error with the system's words.
 void replaceFile(const std::string& file, const std::vector<std::uint8_t>& bytes);
 
 /// A PNG file's content. Throws std::runtime_error.

@@ -11,14 +11,15 @@
 
 #include "body/LegKinematics.h"
 #include "physics/Model.h"
+#include "physics/MuJoCoHandlers.h"
 
 namespace orvane::robot {
 namespace {
 
-constexpr double kBrakeDamping = 2.0;  // N m s/rad of a motor whose drive is off
 constexpr char kFileName[] = "quadruped.xml";
 
 mjModel* load(const std::string& text) {
+  installMuJoCoHandlers();
   auto files = std::make_unique<mjVFS>();
   mj_defaultVFS(files.get());
   const auto size = static_cast<int>(text.size());
@@ -39,15 +40,23 @@ double drivingShare(double speed) {
   return std::clamp((kNoTorqueSpeed - speed) / (kNoTorqueSpeed - kFullTorqueSpeed), 0.0, 1.0);
 }
 
+/// The last step gave figures that aren't finite, or beyond all sense.
+bool isUpset(const mjModel& model, const mjData& data) {
+  const auto makesSense = [](mjtNum figure) { return std::abs(figure) < mjMAXVAL; };
+  return data.warning[mjWARN_BADQPOS].number > 0 || data.warning[mjWARN_BADQVEL].number > 0 ||
+         data.warning[mjWARN_BADQACC].number > 0 ||
+         !std::all_of(data.qpos, data.qpos + model.nq, makesSense) ||
+         !std::all_of(data.qvel, data.qvel + model.nv, makesSense);
+}
+
 }  // namespace
 
 /// Where the model keeps what is read and written.
 struct World::Addresses {
   explicit Addresses(const mjModel& model) {
-    constexpr std::array<const char*, kJointsPerLeg> kNames{"hip", "thigh", "calf"};
     for (std::size_t index = 0; index < kJoints; ++index) {
       const std::string name =
-          kNames[index % kJointsPerLeg] + std::to_string(index / kJointsPerLeg);
+          kJointNames[index % kJointsPerLeg] + std::to_string(index / kJointsPerLeg);
       const int joint = mj_name2id(&model, mjOBJ_JOINT, name.c_str());
       position[index] = model.jnt_qposadr[joint];
       velocity[index] = model.jnt_dofadr[joint];
@@ -120,6 +129,13 @@ World::World(const Variation& variation)
 World::~World() = default;
 
 void World::place(const TruePose& pose, const std::array<double, kJoints>& angles) {
+  push_ = {};
+  pushSeconds_ = 0;
+  settle(pose, angles);
+  sense();
+}
+
+void World::settle(const TruePose& pose, const std::array<double, kJoints>& angles) {
   mj_resetData(model_.get(), data_.get());
   for (std::size_t axis = 0; axis < 3; ++axis) data_->qpos[axis] = pose.position[axis];
   for (std::size_t part = 0; part < 4; ++part) data_->qpos[3 + part] = pose.quaternion[part];
@@ -131,10 +147,7 @@ void World::place(const TruePose& pose, const std::array<double, kJoints>& angle
   double deepest = 0;
   for (int i = 0; i < data_->ncon; ++i) deepest = std::min(deepest, data_->contact[i].dist);
   data_->qpos[2] -= deepest;
-  push_ = {};
-  pushSeconds_ = 0;
   mj_forward(model_.get(), data_.get());
-  sense();
 }
 
 void World::push(const Vector3& force, double seconds) {
@@ -169,7 +182,19 @@ void World::step(const JointCommands& commands, bool powered) {
     data_->xfrc_applied[addresses_->trunk * 6 + static_cast<int>(axis)] = pushed ? push_[axis] : 0;
   }
   if (pushed) pushSeconds_ -= kPhysicsStep;
+  const double time = data_->time;
+  const TruePose before = pose();
+  std::array<double, kJoints> angles{};
+  for (std::size_t index = 0; index < kJoints; ++index) {
+    angles[index] = data_->qpos[addresses_->position[index]];
+  }
   mj_step(model_.get(), data_.get());
+  if (isUpset(*model_, *data_)) {
+    // By now the library may have put the model to where it is drawn, and its clock to 0.
+    ++upsets_;
+    settle(before, angles);
+    data_->time = time + kPhysicsStep;
+  }
   sense();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <memory>
 
 #include "body/Body.h"
@@ -40,6 +41,9 @@ class World {
   // For tests and pictures.
 
   [[nodiscard]] TruePose pose() const;
+  /// How often the physics came to figures that make no sense. The robot then goes on from its pose
+  /// before that step, at rest.
+  [[nodiscard]] std::uint64_t upsets() const { return upsets_; }
   /// Presses on the trunk with `force` (world frame, N) for `seconds` from now on.
   void push(const Vector3& force, double seconds);
   /// Puts it there, at rest, with these joint angles; what is below the ground is lifted out of it.
@@ -58,6 +62,7 @@ class World {
   };
 
   void drive(const JointCommands& commands, bool powered);
+  void settle(const TruePose& pose, const std::array<double, kJoints>& angles);
   void sense();
 
   const Variation variation_;
@@ -68,6 +73,7 @@ class World {
   Readings readings_;
   Vector3 push_{};
   double pushSeconds_ = 0;
+  std::uint64_t upsets_ = 0;
 };
 
 }  // namespace orvane::robot

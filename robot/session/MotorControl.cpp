@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "body/JointModel.h"
+#include "body/LegKinematics.h"
 
 namespace orvane::robot {
 namespace {
@@ -15,10 +16,9 @@ using RobotSdk::kMaxMotors;
 using RobotSdk::LowLevelMotor;
 using RobotSdk::LowLevelMotorRecord;
 
-// Gains with which the motors hold until they are told otherwise, and with which they damp.
+// Gains with which the motors hold until they are told otherwise.
 constexpr double kHoldStiffness = 200;  // N m/rad
 constexpr double kHoldDamping = 6;      // N m s/rad
-constexpr double kDamping = 2;          // N m s/rad
 
 // What a motor's driver takes.
 constexpr double kMaxStiffness = 1000;  // N m/rad
@@ -124,7 +124,7 @@ void MotorControl::damp(Mode mode) {
   mode_ = mode;
   follows_ = {};
   for (std::size_t joint = 0; joint < kJoints; ++joint) {
-    joints_[joint] = {0, 0, 0, kDamping, 0, kJointLimits[joint % kJointsPerLeg].maxTorque};
+    joints_[joint] = {0, 0, 0, kBrakeDamping, 0, kJointLimits[joint % kJointsPerLeg].maxTorque};
   }
 }
 

@@ -161,6 +161,12 @@ TEST(RobotProgram, servesBothServersAndEndsWithSigtermAndSigint) {
   }
 }
 
+TEST(RobotProgram, hasTheBodyThatItWasBuiltWith) {
+  Process robot({VIRTUAL_ROBOT, "--device-id", "VR-A"});
+  EXPECT_TRUE(robot.says(kHasPhysics ? "physics body" : "kinematic body", kSoonMs))
+      << robot.output();
+}
+
 TEST(RobotProgram, robotsAreKeptApartByTheirId) {
   const RobotProcess first("VR-A");
   const RobotProcess second("VR-B");
@@ -227,6 +233,9 @@ TEST(RobotProgram, anInProcessRobotPublishesWhatCanBeSeenOrNonsenseOrNothing) {
   std::uint32_t motionSamples = 0;
   while (motion.seen.wait(0)) ++motionSamples;
   EXPECT_GT(motionSamples, 100U);
+  const Pace pace = robot.pace();
+  EXPECT_GT(pace.realTimeFactor, 0.5);
+  EXPECT_LE(pace.realTimeFactor, 1.0) << "a step counts before its time has passed";
 
   EXPECT_FALSE(spoilt.seen.wait(0));
   const auto control = Listener::to(host, "robotServer.control.status");

@@ -57,7 +57,14 @@ Process::~Process() {
 }
 
 void Process::signal(int number) const {
-  kill(pid_, number);
+  if (kill(pid_, number) != 0 || number != SIGSTOP) return;
+  // It stops when one of its threads is told so, which may take a while on a busy machine.
+  siginfo_t stopped{};
+  static_cast<void>(waitUntil([&] {
+    return waitid(P_PID, static_cast<id_t>(pid_), &stopped,
+                  WSTOPPED | WEXITED | WNOHANG | WNOWAIT) != 0 ||
+           stopped.si_pid == pid_;
+  }));
 }
 
 bool Process::says(const std::string& text, std::uint32_t limitMs) {

@@ -23,6 +23,7 @@ class Process {
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
+  /// After SIGSTOP it stands still when this returns.
   void signal(int number) const;
   /// Waits until the output so far contains `text`. False: it didn't, or the process ended without.
   [[nodiscard]] bool says(const std::string& text, std::uint32_t limitMs);

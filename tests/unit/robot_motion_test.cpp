@@ -184,6 +184,21 @@ TEST(Motion, layingWhileWalkingStopsFirstAndIsForgottenWhenTheWalkGoesOn) {
   EXPECT_TRUE(robot.runUntil(Posture::kLying, 5));
 }
 
+TEST(Motion, aRecoveryThatDoesntGetItUpEndsFallenAndMayBeTriedAgain) {
+  Robot robot;
+  bringTo(robot, Posture::kFallen);
+  ASSERT_FALSE(robot.start(Action::kRecoveryStand));
+  for (int left = 19; left > 0; --left, robot.nowUs += 1'000'000) {
+    robot.tip();
+    ASSERT_EQ(robot.motion.posture(), Posture::kRecovering);
+  }
+  robot.nowUs += 2'000'000;
+  robot.tip();
+  EXPECT_EQ(robot.motion.posture(), Posture::kFallen);
+  ASSERT_FALSE(robot.start(Action::kRecoveryStand));
+  EXPECT_TRUE(robot.runUntil(Posture::kStanding, 8));
+}
+
 TEST(Motion, emergencyStopSinksAndStaysDown) {
   Robot robot;
   bringTo(robot, Posture::kWalking);

@@ -15,6 +15,7 @@
 #include "BodyFactory.h"
 #include "body/LegKinematics.h"
 #include "pbase/CThread.h"
+#include "pbase/ILogger.h"
 #include "pbase/VirtualClock.h"
 #include "physics/Model.h"
 #include "physics/Render.h"
@@ -132,6 +133,8 @@ TEST(AFilm, RenewsItsPicture) {
   RobotSettings settings;
   settings.body = BodyKind::kPhysics;
   settings.render.file = pathOf("robot.png");
+  const std::string beside = settings.render.file + ".part";
+  std::ofstream(beside) << "somebody's own";
   std::shared_ptr<Film> film;
   const auto body = makeBody(settings, &film);
   ASSERT_NE(film, nullptr);
@@ -148,6 +151,10 @@ TEST(AFilm, RenewsItsPicture) {
   EXPECT_EQ(report.error, "");
   EXPECT_EQ(report.pictures, 3U);
   EXPECT_EQ(film->finish().pictures, 3U);
+  EXPECT_EQ(contentOf(beside), "somebody's own");
+  for (const auto& entry : std::filesystem::directory_iterator(testing::TempDir())) {
+    EXPECT_FALSE(entry.path().filename().string().starts_with("robot.png.part-")) << entry;
+  }
 }
 
 TEST(AFilm, PausesWhileNothingMovesAndEndsWhenItIsFull) {
@@ -205,6 +212,35 @@ TEST(AFilm, IsRefusedWhereItCantBeTaken) {
   EXPECT_EQ(refusal(file), "") << "the other has ended";
   settings.body = BodyKind::kKinematic;
   EXPECT_THAT(refusal(file), testing::HasSubstr("--body physics"));
+}
+
+TEST(APhysicsLibrary, WarnsInTheLogAtMostOnceASecond) {
+  const Pexal::PBase::VirtualClock clock(Pexal::PBase::VirtualClock::kDefaultStartUs, kWatchdogMs);
+  int warnings = 0;
+  const auto sink =
+      Pexal::ILogger::instance()->addSink([&](std::uint32_t level, const char* text, int) {
+        if (level == 3 && std::string(text).find("value in QPOS") != std::string::npos) ++warnings;
+      });
+  World world({});
+  TruePose nowhere;
+  nowhere.position = {0, 0, 1e12};
+  for (const int expected : {1, 1, 2}) {
+    world.place(nowhere, {});
+    world.step({}, false);
+    EXPECT_EQ(warnings, expected);
+    CThread::sleep(600);
+  }
+  Pexal::ILogger::instance()->removeSink(sink);
+  EXPECT_FALSE(std::filesystem::exists("MUJOCO_LOG.TXT"));
+}
+
+TEST(TheProgram, EndsWhereTheLibraryCantDraw) {
+  const std::string file = pathOf("never.png");
+  sdk_test::Process robot({"/usr/bin/env", "MESA_EXTENSION_OVERRIDE=-GL_ARB_framebuffer_object",
+                           VIRTUAL_ROBOT, "--body", "physics", "--render", file});
+  EXPECT_EQ(robot.finish(20'000), 1) << robot.output();
+  EXPECT_TRUE(robot.says("ARB_framebuffer_object", 0)) << robot.output();
+  EXPECT_EQ(robot.output().find("Enter"), std::string::npos);
 }
 
 TEST(TheProgram, HasItsFilmWhenItIsAskedToEnd) {

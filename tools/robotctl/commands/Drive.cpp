@@ -21,8 +21,8 @@ constexpr std::uint64_t kPictureMs = 100;
 // Keys that have waited for a request for so long don't say any more what is wanted.
 constexpr std::uint64_t kLateMs = 200;
 constexpr const char* kUnconfirmed =
-    "the robot didn't answer the last stop; a walk that isn't refreshed ends within a second by "
-    "itself";
+    "the robot didn't answer the last stop; a walk that isn't refreshed is braked within a second "
+    "by itself";
 
 SpeedLimits limitsOf(Robot& robot) {
   try {

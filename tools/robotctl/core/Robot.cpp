@@ -148,7 +148,7 @@ void Robot::close() noexcept {
       if (!stopped) {
         context_.output.warning(name_ +
                                 " didn't answer the last stop; a walk that isn't refreshed "
-                                "ends within a second by itself");
+                                "is braked within a second by itself");
       }
       client_->disconnect();  // gives control back
       if (held && stopped && context_.interrupts.requested()) {
