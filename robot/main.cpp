@@ -8,17 +8,21 @@
 #include <cstring>
 #include <exception>
 #include <initializer_list>
-#include <map>
+#include <limits>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "VirtualRobot.h"
+#include "app/PaceWatch.h"
 #include "app/SignalWaiter.h"
 #include "app/SimulationOptions.h"
 #include "app/StatusLine.h"
 #include "app/Tell.h"
 #include "faults/FaultCommand.h"
+#include "pbase/CTime.h"
 #include "pbase/ILogger.h"
+#include "physics/RenderFile.h"
 
 namespace {
 
@@ -65,6 +69,35 @@ const char* bodyOf(const RobotSettings& robot) {
   return robot.body == BodyKind::kPhysics ? "physics" : "kinematic";
 }
 
+void describeBody(CLI::App& app, RobotSettings& robot) {
+  const auto set = [&robot](const std::string& word) {
+    if (word != "physics" && word != "kinematic") {
+      throw CLI::ValidationError("--body", "physics or kinematic, not " + word);
+    }
+    robot.body = word == "physics" ? BodyKind::kPhysics : BodyKind::kKinematic;
+  };
+  app.add_option_function<std::string>(
+         "--body", set,
+         "kinematic: follows its commands, cheap enough for fleets; physics: has weight, and\n"
+         "falls when its legs don't carry it. Default: physics where MuJoCo was there to build "
+         "with")
+      ->default_str(bodyOf(robot));
+  app.add_option(
+         "--seed", robot.seed,
+         "With physics: one robot of many that differ in weight, friction and noise; 0: as drawn")
+      ->capture_default_str()
+      ->check(CLI::Range(std::uint32_t{0}, std::numeric_limits<std::uint32_t>::max()));
+  CLI::Option* const render = app.add_option(
+      "--render", robot.render.file,
+      "Pictures of its body with physics, no screen needed: FILE.png is renewed each second,\n"
+      "FILE.webp is an animation, written when it is full or the robot ends");
+  app.add_option("--render-seconds", robot.render.seconds,
+                 "How long the animation lasts at most; it pauses while nothing moves")
+      ->capture_default_str()
+      ->check(CLI::Range(1.0, 600.0))
+      ->needs(render);
+}
+
 void describe(CLI::App& app, Options& options) {
   app.description(
       "A four-legged robot without the robot: serves on DDS what a real one serves, so that\n"
@@ -87,27 +120,7 @@ void describe(CLI::App& app, Options& options) {
   app.add_option("--loss", options.robot.lossPercent,
                  "Loses that share of its packets, percent: 0 to 100 in steps of 0.1");
   describeSimulation(app, options.robot.simulation);
-  app.add_option(
-         "--body", options.robot.body,
-         "kinematic: follows its commands, cheap enough for fleets; physics: has weight, and\n"
-         "falls when its legs don't carry it. Default: physics where MuJoCo was there to build "
-         "with")
-      ->transform(CLI::CheckedTransformer(std::map<std::string, BodyKind>{
-          {"kinematic", BodyKind::kKinematic}, {"physics", BodyKind::kPhysics}}))
-      ->default_str(bodyOf(options.robot));
-  app.add_option(
-         "--seed", options.robot.seed,
-         "With physics: one robot of many that differ in weight, friction and noise; 0: as drawn")
-      ->capture_default_str();
-  CLI::Option* const render = app.add_option(
-      "--render", options.robot.render.file,
-      "Pictures of its body with physics, no screen needed: FILE.png is renewed each second,\n"
-      "FILE.webp is an animation, written when it is full or the robot ends");
-  app.add_option("--render-seconds", options.robot.render.seconds,
-                 "How long the animation lasts at most; it pauses while nothing moves")
-      ->capture_default_str()
-      ->check(CLI::Range(1.0, 600.0))
-      ->needs(render);
+  describeBody(app, options.robot);
   app.add_option("--robot-version", options.robot.version,
                  "Version that it tells of itself, to see what applications make of another one")
       ->capture_default_str();
@@ -124,6 +137,18 @@ void refuse(const CLI::App& app, const Options& options, const char* why) {
   }
 }
 
+void settlePictures(const CLI::App& app, const std::string& file) {
+  if (app.count("--render") == 0) return;
+  if (file.empty()) refuse(app, Names{"--render"}, "names no file");
+  const auto kind = pictureKindOf(file);
+  if (!kind) {
+    throw CLI::ValidationError("--render", "takes a file that ends in .png or .webp, not " + file);
+  }
+  if (*kind == PictureKind::kStill) {
+    refuse(app, Names{"--render-seconds"}, "is for an animation, FILE.webp");
+  }
+}
+
 void settle(const CLI::App& app, const CLI::App& tellApp, Options& options) {
   if (tellApp.parsed()) {
     const char* const why = "is for a robot that starts; it doesn't go with tell";
@@ -135,12 +160,7 @@ void settle(const CLI::App& app, const CLI::App& tellApp, Options& options) {
   if (options.robot.body != BodyKind::kPhysics) {
     refuse(app, Names{"--seed", "--render"}, "is for --body physics");
   }
-  if (app.count("--render") > 0 && options.robot.render.file.empty()) {
-    refuse(app, Names{"--render"}, "names no file");
-  }
-  if (options.robot.render.file.ends_with(".png")) {
-    refuse(app, Names{"--render-seconds"}, "is for an animation, FILE.webp");
-  }
+  settlePictures(app, options.robot.render.file);
   if (!options.board) return;
   options.robot.deployments = {Deployment::kBoard};
   if (options.host) {
@@ -183,8 +203,19 @@ bool tellOfPictures(Film* film, const std::string& file) {
     std::fprintf(stderr, "virtual-robot: %s\n", report.error.c_str());
     return false;
   }
-  std::printf("%s: %zu pictures, %.1f s\n", file.c_str(), report.pictures, report.seconds);
+  std::printf("%s: %zu picture%s", file.c_str(), report.pictures, report.pictures == 1 ? "" : "s");
+  if (report.seconds > 0) std::printf(", %.1f s", report.seconds);
+  std::printf("\n");
   return true;
+}
+
+/// A simulation that is slower than its clock explains much that looks like the application's
+/// fault.
+void warnOf(const std::optional<double>& factor) {
+  if (!factor) return;
+  Pexal::ILogger::instance()->log(
+      kWarning, "VirtualRobot",
+      "this machine is too busy: the simulation runs at %.2f of real time\n", *factor);
 }
 
 int run(const Options& options) {
@@ -204,15 +235,17 @@ int run(const Options& options) {
   std::fflush(stdout);
 
   StatusLine line(options.robot.deviceId, terminal);
+  PaceWatch pace;
   do {
     line.show(robot.status());
+    warnOf(pace.look(robot.pace(), Pexal::PBase::CTime::getCurrentMilliSecond()));
   } while (!signals.wait(kRefreshMs));
   line.finish();
   robot.stop();
   const bool rendered = tellOfPictures(robot.film(), options.robot.render.file);
-  const Pace pace = robot.pace();
-  std::printf("real-time factor %.3f, %.2f %% of %llu steps late\n", pace.realTimeFactor,
-              pace.latePercent, static_cast<unsigned long long>(pace.steps));
+  const Pace whole = robot.pace();
+  std::printf("real-time factor %.3f, %.2f %% of %llu steps late\n", whole.realTimeFactor,
+              whole.latePercent, static_cast<unsigned long long>(whole.steps));
   return rendered ? 0 : 1;
 }
 

@@ -47,7 +47,8 @@ void Pilot::take() {
   const auto limit = next_ + kTakeLimit;
   for (int pass = 0; !seen_.driven || pass < kTakeSeconds * kHertz; ++pass) {
     if (Clock::now() > limit) {
-      throw std::runtime_error("could not take the motors: the robot carries out no commands");
+      throw std::runtime_error(
+          "could not take the motors: no command is carried out; robotctl status tells why");
     }
     // Nobody hears the first commands, as long as the connection comes up: joints may sink.
     if (furthest(seen_.position, commanded_) > kFirstReach) commanded_ = seen_.position;
@@ -97,7 +98,7 @@ void Pilot::checkLed() const {
   }
   if (now - seenAt_ > kLongestSilence) throw MotorsLost("the robot is silent");
   if (furthest(seen_.position, commanded_) > kFurthestOff) {
-    throw MotorsLost("they don't follow, somebody else may have the robot");
+    throw MotorsLost("they don't follow; robotctl status tells who else may have the robot");
   }
 }
 

@@ -8,11 +8,14 @@
 #include <cstdio>
 #include <utility>
 
+#include "pbase/CTime.h"
+
 namespace orvane::robot {
 namespace {
 
 constexpr const char* kEraseLine = "\r\033[K";
 constexpr std::size_t kUsualWidth = 80;
+constexpr std::uint64_t kNewsMs = 10'000;  // so long a refusal is told
 
 std::size_t terminalWidth() {
   winsize size{};
@@ -26,6 +29,11 @@ std::string printable(std::string text) {
     if (std::isprint(static_cast<unsigned char>(c)) == 0) c = '?';
   }
   return text;
+}
+
+/// In whole `unit`s, and never the "-0" of something that rounds to none.
+double rounded(double value, double unit) {
+  return std::round(value / unit) * unit + 0.0;
 }
 
 /// What makes a new line in a pipe worth while.
@@ -107,12 +115,15 @@ std::string StatusLine::describe(const RobotStatus& status) const {
   if (status.session.id != 0) line += describeSession(status.session);
   line += describeSimulation(status.simulation);
   std::snprintf(text, sizeof(text), ", %.2f m/s %+.2f rad/s, at %.2f %.2f m %.0f deg, %.1f%%",
-                std::hypot(status.velocity.x, status.velocity.y), status.velocity.yaw,
-                status.position[0], status.position[1], status.yaw * 180 / M_PI,
+                std::hypot(status.velocity.x, status.velocity.y),
+                rounded(status.velocity.yaw, 0.01), rounded(status.position[0], 0.01),
+                rounded(status.position[1], 0.01), rounded(status.yaw * 180 / M_PI, 1),
                 status.chargePercent);
   line += text;
   if (status.audio.state != Player::State::kStopped) line += describeAudio(status.audio);
-  if (!status.lastRefusal.method.empty()) {
+  const bool isNews =
+      Pexal::PBase::CTime::getCurrentMilliSecond() < status.lastRefusal.atMs + kNewsMs;
+  if (!status.lastRefusal.method.empty() && isNews) {
     line += ", last refused " + status.lastRefusal.method + ": " + status.lastRefusal.refusal.text;
   }
   return printable(std::move(line));

@@ -64,12 +64,6 @@ class Beside {
 
 }  // namespace
 
-std::optional<PictureKind> pictureKindOf(const std::string& file) {
-  if (file.ends_with(".png")) return PictureKind::kStill;
-  if (file.ends_with(".webp")) return PictureKind::kAnimation;
-  return std::nullopt;
-}
-
 void expectWritable(const std::string& file) {
   struct stat there {};
   if (::stat(file.c_str(), &there) == 0 && S_ISDIR(there.st_mode)) fail(file, EISDIR);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -17,8 +19,15 @@ struct Picture {
 
 enum class PictureKind { kStill, kAnimation };
 
-/// By the file's ending: .png or .webp. None: it has another.
-[[nodiscard]] std::optional<PictureKind> pictureKindOf(const std::string& file);
+/// By the file's ending, in letters of any size: .png or .webp. None: it has another. Here, so that
+/// a program without pictures knows, too.
+[[nodiscard]] inline std::optional<PictureKind> pictureKindOf(std::string file) {
+  std::transform(file.begin(), file.end(), file.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+  if (file.ends_with(".png")) return PictureKind::kStill;
+  if (file.ends_with(".webp")) return PictureKind::kAnimation;
+  return std::nullopt;
+}
 
 /// Throws std::runtime_error with the system's words when `file` can't be written later on. What
 /// is in it stays.

@@ -1,5 +1,6 @@
 #include "session/RefusalLog.h"
 
+#include <string>
 #include <utility>
 
 #include "pbase/CTime.h"
@@ -15,9 +16,11 @@ void RefusalLog::note(RecordFate fate, std::uint64_t number) {
     return;
   }
   reportedMs_ = nowMs;
-  Pexal::ILogger::instance()->log(3, "VirtualRobot", "refused %s %llu: %s (%llu more before)\n",
-                                  source_, static_cast<unsigned long long>(number), textOf(fate),
-                                  static_cast<unsigned long long>(std::exchange(unsaid_, 0)));
+  const std::uint64_t unsaid = std::exchange(unsaid_, 0);
+  const std::string more = unsaid == 0 ? "" : " (" + std::to_string(unsaid) + " more before)";
+  Pexal::ILogger::instance()->log(3, "VirtualRobot", "refused %s %llu%s: %s%s\n", source_,
+                                  static_cast<unsigned long long>(number), unit_, textOf(fate),
+                                  more.c_str());
 }
 
 }  // namespace orvane::robot

@@ -11,8 +11,8 @@ namespace orvane::robot {
 /// One thread uses it. Allocates only to log.
 class RefusalLog {
  public:
-  /// `source`: what is refused, for people.
-  explicit RefusalLog(const char* source) : source_(source) {}
+  /// `source`: what is refused, for people; `unit`: of its number, with what stands between.
+  explicit RefusalLog(const char* source, const char* unit = "") : source_(source), unit_(unit) {}
 
   /// Nothing when it was taken. `number`: what tells this one from others of the source.
   void note(RecordFate fate, std::uint64_t number);
@@ -21,6 +21,7 @@ class RefusalLog {
   static constexpr std::uint64_t kEveryMs = 1000;
 
   const char* const source_;
+  const char* const unit_;
   std::uint64_t reportedMs_ = 0;
   std::uint64_t unsaid_ = 0;  // refused since then
 };

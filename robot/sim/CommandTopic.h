@@ -64,7 +64,7 @@ class CommandTopic {
   // The thread's own.
   dds::core::cond::ConditionSeq woken_;
   std::array<Received, kMostAtOnce> received_{};
-  RefusalLog refusals_{"motor command from another machine at"};
+  RefusalLog refusals_{"motor command from another machine at", " us of its clock"};
   Pexal::PBase::CThreadLite thread_;
 };
 

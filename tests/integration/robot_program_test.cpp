@@ -14,6 +14,7 @@
 
 #include "Network.h"
 #include "VirtualRobot.h"
+#include "app/PaceWatch.h"
 #include "msg/MotionTypes.h"
 #include "pbase/CMutex.h"
 #include "pbase/CSemaphore.h"
@@ -255,6 +256,30 @@ TEST(RobotProgram, anInProcessRobotPublishesWhatCanBeSeenOrNonsenseOrNothing) {
   EXPECT_FALSE(robot.start(error)) << "a robot is started once";
 }
 
+TEST(RobotProgram, complainsOfAMachineThatIsTooBusyButNotOfAPause) {
+  PaceWatch watch;
+  std::uint64_t nowMs = 1000;
+  double robotMs = 0;
+  Pace pace;
+  const auto complaints = [&](double factor, std::uint64_t ms) {
+    std::vector<double> heard;
+    for (const std::uint64_t endMs = nowMs + ms; nowMs < endMs;) {
+      if (const auto low = watch.look(pace, nowMs)) heard.push_back(*low);
+      nowMs += 200;
+      robotMs += 200 * factor;
+      pace.realTimeFactor = robotMs / static_cast<double>(nowMs - 1000);
+    }
+    return heard;
+  };
+  EXPECT_TRUE(complaints(1, 20'000).empty());
+  const auto busy = complaints(0.5, 40'000);
+  ASSERT_GE(busy.size(), 3U);
+  EXPECT_LE(busy.size(), 4U);
+  EXPECT_NEAR(busy[1], 0.5, 0.02);
+  nowMs += 60'000;  // stopped; the first look is at a pace of before
+  EXPECT_TRUE(complaints(1, 40'000).empty());
+}
+
 TEST(RobotProgram, doesWhatItIsTold) {
   RobotProcess robot("VR-A", {"--loss", "0.5", "--fault", "drop getMotorLayout", "--fault",
                               "after 86400000 revoke"});
@@ -289,7 +314,9 @@ TEST(RobotProgram, refusesWhatItCannotDoWithAReason) {
       {{"--interface", "nope0"}, "no network interface \"nope0\""},
       {{"--domain", "900"}, "--domain"},
       {{"--nonsense"}, "nonsense"},
-      {{"--body", "rubber"}, "rubber"},
+      {{"--body", "rubber"}, "--body: physics or kinematic, not rubber"},
+      {{"--body", "1"}, "physics or kinematic, not 1"},
+      {{"--seed", "-1"}, "in range 0 to 4294967295"},
       {{"--body", "kinematic", "--seed", "3"}, "is for --body physics"},
       {{"--loss", "101"}, "the loss must be"},
       {{"--loss", "-1"}, "the loss must be"},

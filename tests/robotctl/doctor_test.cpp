@@ -132,7 +132,7 @@ TEST_F(DoctorOnHost, HasNothingToSayAgainstAHealthyOne) {
            {"network.route", "through lo"},
            {"dds.start", "joined domain 42 on lo, which DDS chose"},
            {"dds.peers", "virtual-robot (process "},
-           {"robot.found", "dog (virtual-quadruped)"},
+           {"robot.found", "dog (virtual-quadruped): lying"},
            {"version.robot", "version 1.0.0"},
            {"version.platform", "libpdbus.so"},
            {"config", "is JSON"}}) {
@@ -255,7 +255,7 @@ TEST_F(DoctorOnBoard, HasNothingToSayAgainstAHealthyOne) {
            {"board.daemon", "iox-roudi (process "},
            {"board.lock", "free; "},
            {"dds.start", "joined domains 2 and 1 on lo"},
-           {"robot.found", "VR-0001 (virtual-quadruped)"},
+           {"robot.found", "VR-0001 (virtual-quadruped): lying"},
            {"shm.buffer", "written by virtual-robot (process "},
            {"version.robot", "version 1.0.0"}}) {
     EXPECT_EQ(diagnosis.finding(check)["verdict"], "ok") << diagnosis.text;

@@ -103,7 +103,8 @@ TEST(RobotctlMotion, TakesTheRobotThroughEveryPostureAndSaysWhatItRefuses) {
             "posture lying", "control held by robotctl@", "hint: robotctl stand first"}},
           {{"status"},
            0,
-           {"last refusal", "it must stand to walk", "battery", "control       free"}},
+           {"last refusal", "it must stand to walk", "battery", "control       free",
+            "attitude      roll +0°, pitch +0°", "x +0.00 m, y +0.00 m, yaw +0.00 rad"}},
           {{"stand"}, 0, {"robot dog: standing"}},
           {{"walk", "-0.2", "0", "-.5", "--for", "1"}, 0, {"standing at x -0."}},
           {{"walk", "0.1", "0", "0", "--for", "0.2", "--json", "-q"},
@@ -130,7 +131,8 @@ TEST(RobotctlMotion, SaysThatARobotHasFallenAndGetsItUp) {
   ASSERT_TRUE(robot.falls() && robot.reaches(Posture::kFallen));
   expect(
       {
-          {{"status"}, 0, {"fallen"}},
+          {{"status"}, 0, {"fallen", "roll "}},
+          {{"doctor"}, 0, {"dog (virtual-quadruped): fallen", "cure   robotctl recover"}},
           {{"status", "--json", "-q"}, 0, {R"("posture" : "fallen")"}},
           {{"watch", "--count", "2"}, 0, {"fallen"}},
           {{"walk", "0.2", "0", "0", "--for", "1"},

@@ -49,6 +49,9 @@ RobotModel walkingRobot() {
   model.state["control"]["sinceMs"] = 19000;
   model.state["control"]["remainingMs"] = 42000;
   model.state["velocity"]["lineVelocityX"] = 0.25;
+  model.state["simulation"]["commands"] = 5659;
+  model.state["simulation"]["refused"] = 1495;
+  model.state["simulation"]["lastRefusal"] = "another client commands the motors";
   orvane::RobotSdk::ObservedMotionRecord motion{};
   motion.motorNum = 12;
   motion.imu.euler = {0, 0.1F, -0.2F, 3.1F};
@@ -140,7 +143,8 @@ TEST(WatchLines, HoldFiguresOfAnyUsualSize) {
   RobotModel model = walkingRobot();
   model.sensor->odom.position[0] = 12.5F;
   model.sensor->odom.position[1] = -123.5F;
-  EXPECT_THAT(watchLine(model), HasSubstr("x +12.50 y -123.50 m yaw +0.70 rad  battery 87 %"));
+  EXPECT_THAT(watchLine(model), HasSubstr("x +12.50 y -123.50 m yaw +0.70 rad  battery 87 %  motor "
+                                          "commands: 5659 carried out, 1495 refused: another "));
   model.answers = false;
   model.sensorMs = 0;
   EXPECT_THAT(watchLine(model), EndsWith("sensor never"));

@@ -254,11 +254,12 @@ TEST(TheProgram, HasItsFilmWhenItIsAskedToEnd) {
   const auto refuses = [](std::vector<std::string> command, const char* reason) {
     command.insert(command.begin(), VIRTUAL_ROBOT);
     sdk_test::Process program(command);
-    EXPECT_GT(program.finish(20'000).value_or(-1), 0);
+    EXPECT_EQ(program.finish(20'000), 2);
     EXPECT_TRUE(program.says(reason, 0)) << program.output();
     EXPECT_EQ(program.output().find("ready"), std::string::npos);
   };
-  refuses({"--body", "physics", "--render", "robot.jpg"}, "--render takes a file");
+  refuses({"--body", "physics", "--render", "robot.jpg"}, "--render: takes a file");
+  EXPECT_EQ(pictureKindOf("ROBOT.PNG"), PictureKind::kStill);
   refuses({"--body", "kinematic", "--render", file}, "is for --body physics");
   refuses({"--render-seconds", "5"}, "--render");
   refuses({"--body", "physics", "--render", ""}, "names no file");

@@ -105,10 +105,7 @@ ExitCode walk(const Walk& options, Context& context) {
   if (options.wait) robot.waitUntilStopped(kPostureMs);
   const Json::Value state = robot.motionState();
   robot.release();
-  const auto odometry = [&state](const char* path) { return numberAt(state, path).value_or(0); };
-  tell(context, robot, "walk", state,
-       format("%s at x %+.2f m, y %+.2f m, yaw %+.2f rad", textAt(state, "posture").c_str(),
-              odometry("odometry.x"), odometry("odometry.y"), odometry("odometry.yaw")));
+  tell(context, robot, "walk", state, textAt(state, "posture") + " at " + describePlace(state));
   return ExitCode::kDone;
 }
 

@@ -1,4 +1,9 @@
+#include <cmath>
 #include <memory>
+#include <mutex>
+#include <numbers>
+#include <optional>
+#include <utility>
 
 #include "commands/Commands.h"
 #include "core/Documents.h"
@@ -8,6 +13,39 @@
 
 namespace robotctl {
 namespace {
+
+constexpr std::uint32_t kStreamMs = 500;  // for its switch, and again for the first record
+constexpr std::uint32_t kPollMs = 10;
+
+/// The newest of the IMU, which the library's thread brings.
+struct SeenImu {
+  std::mutex mutex;  // guards newest
+  std::optional<orvane::RobotSdk::ObservedImu> newest;
+};
+
+/// How the body is inclined, rad: only the observed stream tells. Null when nothing comes soon; the
+/// rest is worth telling without it.
+Json::Value attitudeOf(Robot& robot, SeenImu& seen) {
+  std::string accepted;
+  const char* const wish = R"({"motionEnable":true,"sensorEnable":false})";
+  if (!robot.client().setMotionObservedEnable(wish, &accepted, kStreamMs)) return {};
+  for (std::uint32_t waitedMs = 0; waitedMs < kStreamMs; waitedMs += kPollMs) {
+    robot.context().interrupts.sleep(kPollMs);
+    const std::lock_guard lock(seen.mutex);
+    if (!seen.newest) continue;
+    const orvane::RobotSdk::ObservedVector3 euler = seen.newest->euler;
+    if (!std::isfinite(euler.x) || !std::isfinite(euler.y)) return {};
+    Json::Value attitude;
+    attitude["roll"] = euler.x;
+    attitude["pitch"] = euler.y;
+    return attitude;
+  }
+  return {};
+}
+
+std::string degrees(double radians) {
+  return signedNumber(radians * 180 / std::numbers::pi, 0) + "°";
+}
 
 std::string refusalText(const Json::Value& motion) {
   const Json::Value& refusal = valueAt(motion, "lastRefusal");
@@ -26,27 +64,35 @@ std::string refusalText(const Json::Value& motion) {
 }
 
 std::string twistText(const Json::Value& motion, const char* member) {
-  const std::string path(member);
-  return format("forward %+.2f m/s, left %+.2f m/s, turn %+.2f rad/s",
-                numberAt(motion, path + ".lineVelocityX").value_or(0),
-                numberAt(motion, path + ".lineVelocityY").value_or(0),
-                numberAt(motion, path + ".velocity").value_or(0));
+  const auto figure = [&](const char* name) {
+    return signedNumber(numberAt(motion, std::string(member) + name).value_or(0), 2);
+  };
+  return "forward " + figure(".lineVelocityX") + " m/s, left " + figure(".lineVelocityY") +
+         " m/s, turn " + figure(".velocity") + " rad/s";
 }
 
 /// What everybody asks first; the documents follow as they are.
-std::string summary(const Robot& robot, const Json::Value& motion, const Json::Value& system) {
+std::string summary(const Robot& robot, const Json::Value& document) {
+  const Json::Value& motion = document["motion"];
+  const Json::Value& system = document["system"];
   const std::string holder = describeHolder(motion);
   std::vector<std::vector<std::string>> rows{
       {"robot", printable(robot.deviceNo())},
       {"posture", textAt(motion, "posture")},
       {"control", holder.empty() ? "free" : "held by " + holder},
       {"velocity", twistText(motion, "velocity")},
-      {"position",
-       format("x %+.2f m, y %+.2f m, yaw %+.2f rad", numberAt(motion, "odometry.x").value_or(0),
-              numberAt(motion, "odometry.y").value_or(0),
-              numberAt(motion, "odometry.yaw").value_or(0))},
+      {"position", describePlace(motion)},
       {"last refusal", refusalText(motion)},
   };
+  const auto roll = numberAt(document, "attitude.roll");
+  const auto pitch = numberAt(document, "attitude.pitch");
+  if (roll && pitch) {
+    rows.insert(rows.end() - 1,
+                {"attitude", "roll " + degrees(*roll) + ", pitch " + degrees(*pitch)});
+  }
+  if (const std::string commands = describeMotorCommands(motion); !commands.empty()) {
+    rows.push_back({"motor commands", commands});
+  }
   if (const auto charge = numberAt(system, "battery.chargePercent")) {
     rows.push_back({"battery", format("%.0f %%", *charge)});
   }
@@ -58,15 +104,24 @@ std::string summary(const Robot& robot, const Json::Value& motion, const Json::V
 
 ExitCode status(bool all, Context& context) {
   Robot robot(context);
-  robot.connect();
+  const auto seen = std::make_shared<SeenImu>();
+  RobotCallbacks callbacks;
+  callbacks.motion = [seen](const orvane::RobotSdk::ObservedMotionRecord& record) {
+    const std::lock_guard lock(seen->mutex);
+    seen->newest = record.imu;
+  };
+  robot.connect(std::move(callbacks));
   Json::Value document;
   document["motion"] = robot.motionState();
   document["system"] = robot.systemStatus();
+  if (Json::Value attitude = attitudeOf(robot, *seen); !attitude.isNull()) {
+    document["attitude"] = std::move(attitude);
+  }
   if (context.options.json) {
     document["robot"] = robot.deviceNo();
     context.output.json(document);
   } else {
-    context.output.write(summary(robot, document["motion"], document["system"]));
+    context.output.write(summary(robot, document));
     if (all) context.output.write("\n" + flattened(document));
   }
   return ExitCode::kDone;

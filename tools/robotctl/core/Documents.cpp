@@ -59,6 +59,17 @@ std::uint64_t millisecondsAt(const Json::Value& document, std::string_view path)
   return value > 0 && value < 1e15 ? static_cast<std::uint64_t>(value) : 0;
 }
 
+/// Of one way in which commands to the motors come; "" when none came.
+std::string commandsText(const Json::Value& way) {
+  const double carriedOut = numberAt(way, "commands").value_or(0);
+  const double refused = numberAt(way, "refused").value_or(0);
+  if (!(carriedOut + refused > 0)) return {};
+  std::string text = format("%.0f carried out, %.0f refused", carriedOut, refused);
+  const std::string why = textAt(way, "lastRefusal");
+  if (refused > 0 && !why.empty()) text += ": " + why;
+  return text;
+}
+
 }  // namespace
 
 Json::Value parseObject(const std::string& text, const std::string& what) {
@@ -122,6 +133,21 @@ std::string describeHolder(const Json::Value& motionState) {
   }
   if (flagAt(motionState, "simulation.active")) return "a low-level simulation client";
   return {};
+}
+
+std::string describePlace(const Json::Value& motionState) {
+  const auto figure = [&motionState](const char* path) {
+    return signedNumber(numberAt(motionState, path).value_or(0), 2);
+  };
+  return "x " + figure("odometry.x") + " m, y " + figure("odometry.y") + " m, yaw " +
+         figure("odometry.yaw") + " rad";
+}
+
+std::string describeMotorCommands(const Json::Value& motionState) {
+  const std::string session = commandsText(valueAt(motionState, "lowLevel"));
+  const std::string overDds = commandsText(valueAt(motionState, "simulation"));
+  if (session.empty() || overDds.empty()) return session + overDds;
+  return "in a session " + session + "; over DDS " + overDds;
 }
 
 std::string flattened(const Json::Value& document) {

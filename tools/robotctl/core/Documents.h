@@ -26,6 +26,13 @@ namespace robotctl {
 /// session of joint_loop" when the motors are commanded one by one; "" when nobody has control.
 [[nodiscard]] std::string describeHolder(const Json::Value& motionState);
 
+/// "x +1.20 m, y +0.00 m, yaw -0.31 rad" from a motion state document.
+[[nodiscard]] std::string describePlace(const Json::Value& motionState);
+
+/// "5659 carried out, 1495 refused: another client commands the motors" from a motion state
+/// document, of low-level sessions, of clients over DDS, or of both; "" when no command came.
+[[nodiscard]] std::string describeMotorCommands(const Json::Value& motionState);
+
 /// A document for people: one line for each value, "battery.voltage  50.1".
 [[nodiscard]] std::string flattened(const Json::Value& document);
 

@@ -96,6 +96,12 @@ std::string table(const std::vector<std::vector<std::string>>& rows) {
   return text;
 }
 
+std::string signedNumber(double value, int decimals) {
+  std::string text = format("%+.*f", decimals, value);
+  if (text.find_first_of("123456789") == std::string::npos) text.front() = '+';
+  return text;
+}
+
 std::string duration(std::uint64_t milliseconds) {
   const auto whole = static_cast<unsigned long long>(milliseconds);
   if (whole < 1000) return format("%llu ms", whole);

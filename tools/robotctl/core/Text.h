@@ -25,6 +25,9 @@ namespace robotctl {
 /// Widths count characters of UTF-8.
 [[nodiscard]] std::string table(const std::vector<std::vector<std::string>>& rows);
 
+/// "+0.35", "-1.20"; a value that rounds to zero is "+0.00".
+[[nodiscard]] std::string signedNumber(double value, int decimals);
+
 /// "850 ms", "12 s", "3 min 20 s", "2 h 5 min".
 [[nodiscard]] std::string duration(std::uint64_t milliseconds);
 

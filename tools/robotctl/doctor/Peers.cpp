@@ -46,6 +46,15 @@ std::string describe(const std::vector<RobotAnswer>& robots) {
   return joined(parts);
 }
 
+std::string describeWithPosture(const std::vector<RobotAnswer>& robots) {
+  std::vector<std::string> parts;
+  for (const RobotAnswer& robot : robots) {
+    const std::string posture = textAt(robot.detail, "posture");
+    parts.push_back(describe(robot) + (posture.empty() ? "" : ": " + posture));
+  }
+  return joined(parts);
+}
+
 std::string domainsText(const Machine& machine) {
   std::string text = machine.domains.size() > 1 ? "domains " : "domain ";
   for (const Domain& domain : machine.domains) {
@@ -157,13 +166,16 @@ class PeerCheck {
   }
 
   [[nodiscard]] Finding robotFinding(const std::vector<RobotAnswer>& robots) {
-    Finding finding{"robot.found", Verdict::kOk, "robot", describe(robots), {}, {}};
+    Finding finding{"robot.found", Verdict::kOk, "robot", describeWithPosture(robots), {}, {}};
     const std::string& wanted = context_.options.robot;
     const bool there = wanted.empty() || machine_.board ||
                        std::any_of(robots.begin(), robots.end(), [&](const RobotAnswer& robot) {
                          return robot.deviceNo == wanted;
                        });
-    if (!robots.empty() && there) return finding;
+    if (!robots.empty() && there) {
+      blameFallen(robots, finding);
+      return finding;
+    }
     finding.verdict = Verdict::kProblem;
     if (!robots.empty()) {
       finding.seen = printable(wanted) + " doesn't answer; these do: " + describe(robots);
@@ -181,6 +193,23 @@ class PeerCheck {
     finding.cure = "switch the robot on and join its network; or try a virtual one: robotctl sim";
     if (!machine_.interface.empty()) finding.cure += " --interface " + machine_.interface;
     return finding;
+  }
+
+  /// It is there, but nothing that moves it will work.
+  void blameFallen(const std::vector<RobotAnswer>& robots, Finding& finding) const {
+    const std::string& wanted = context_.options.robot;
+    const auto fallen = std::find_if(robots.begin(), robots.end(), [&](const RobotAnswer& robot) {
+      return (wanted.empty() || machine_.board || robot.deviceNo == wanted) &&
+             textAt(robot.detail, "posture") == "fallen";
+    });
+    if (fallen == robots.end()) return;
+    finding.verdict = Verdict::kWarning;
+    finding.meaning = "it neither stands up nor walks until it has recovered";
+    finding.cure = "robotctl recover";
+    if (robots.size() > 1) finding.cure += " --robot " + printable(fallen->deviceNo);
+    if (!machine_.board && !machine_.interface.empty()) {
+      finding.cure += " --interface " + machine_.interface;
+    }
   }
 
   /// No robot where applications look: is one somewhere else?

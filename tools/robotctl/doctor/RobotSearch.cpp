@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "core/Documents.h"
 #include "core/Output.h"
 #include "pbase/CTime.h"
 #include "pbase/ILogger.h"
@@ -155,6 +156,10 @@ std::vector<RobotAnswer> RobotSearch::askBoard(std::uint32_t windowMs) {
     if (answer.isObject() && answer["params"].isObject()) robot.detail = answer["params"];
     if (robot.detail.isObject() && robot.detail["deviceNo"].isString()) {
       robot.deviceNo = robot.detail["deviceNo"].asString();
+    }
+    Json::Value motion;  // a robot that doesn't tell its posture is one nevertheless
+    if (client->call(kBoardService, "queryMotionState", request, motion, kQuestionMs, {}) == 0) {
+      robot.detail["posture"] = textAt(motion, "params.posture");
     }
     return {robot};
   } while (CTime::getCurrentMilliSecond() < deadline);

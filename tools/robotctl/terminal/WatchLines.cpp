@@ -86,6 +86,8 @@ std::string watchLine(const RobotModel& model) {
             " m yaw " + plain(odometry.yaw, 5, 2) + " rad";
   }
   if (model.motion) line += "  battery " + plain(model.motion->power.power, 3, 0, false) + " %";
+  const std::string commands = describeMotorCommands(model.state);
+  if (!commands.empty()) line += "  motor commands: " + commands;
   return line + "  " + linkText(model);
 }
 
